@@ -1,0 +1,18 @@
+# KestrelkitCore.dll: the layers and an entry point, linked to ntdll.dll and nothing else.
+add_library(KestrelkitCore SHARED ${PROJECT_SOURCE_DIR}/src/core/dll_entry.cpp)
+target_link_libraries(KestrelkitCore PRIVATE ${layer_targets} -nostdlib -lntdll)
+set_target_properties(KestrelkitCore PROPERTIES
+    PREFIX ""
+    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
+    LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
+    ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
+    CXX_STANDARD_LIBRARIES "")
+target_compile_options(KestrelkitCore PRIVATE -fno-builtin)
+target_link_options(KestrelkitCore PRIVATE
+    -Wl,--entry=DllEntry -Wl,--gc-sections -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat
+    -Wl,--no-insert-timestamp)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_link_options(KestrelkitCore PRIVATE
+        -Wl,--pdb=${CMAKE_BINARY_DIR}/KestrelkitCore.pdb -Wl,-Xlink=/pdbaltpath:KestrelkitCore.pdb
+        -Wl,-Xlink=/cetcompat)
+endif()

@@ -1,0 +1,212 @@
+/*
+ * The public interface of KestrelkitCore.dll, for C11 and C++20.
+ *
+ * Conventions of every function here:
+ * - Offsets and lengths are bytes. Text is UTF-16 and NUL-terminated unless a field says otherwise.
+ * - Records are packed and little-endian; the caller supplies them and owns them. Nothing that the library
+ *   allocated is ever handed out.
+ * - Calls are synchronous, run wholly on the calling thread, and may be made from several threads at once.
+ * - A negative result is a failure, anything else a success. A status of the system (a failing open, read, write or
+ *   control request) is passed on unchanged, so results other than the ones named below occur too.
+ * - Paths are absolute Windows paths with backslashes (C:\images\disk.vhdx) or native names (\Device\...).
+ *   UNC paths (\\server\share) are not understood by every step and must not be used.
+ * - Disks and volumes open only for an elevated process; elsewhere the system's refusal is the result.
+ */
+#ifndef KESTRELKIT_KESTRELKIT_H
+#define KESTRELKIT_KESTRELKIT_H
+
+#include <stdint.h>
+
+#if defined(_WIN32)
+#include <stddef.h>
+#elif !defined(__cplusplus)
+#include <uchar.h>
+#endif
+
+#if defined(_WIN32)
+/** One UTF-16 unit. */
+typedef wchar_t KkWideChar;
+/** The platform's calling convention, on 64-bit Windows the only one. */
+#define KK_CALL
+#if defined(KK_BUILDING_LIBRARY)
+#define KK_LINKAGE __declspec(dllexport)
+#else
+#define KK_LINKAGE __declspec(dllimport)
+#endif
+#else
+/** One UTF-16 unit. */
+typedef char16_t KkWideChar;
+/** The Microsoft x64 calling convention, so that one caller serves the DLL and a build for another system. */
+#define KK_CALL __attribute__((ms_abi))
+#define KK_LINKAGE
+#endif
+
+#if defined(__cplusplus)
+#define KK_NODISCARD [[nodiscard]]
+#define KK_STATIC_ASSERT(condition, text) static_assert(condition, text)
+#else
+#define KK_NODISCARD
+#define KK_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
+#endif
+
+#define KK_API KK_NODISCARD KK_LINKAGE
+
+#if defined(__cplusplus)
+extern "C" {
+#endif
+
+/** The result of every call: negative is failure. Values follow the system's NTSTATUS and HRESULT numbering. */
+typedef int32_t KK_STATUS;
+
+/** Success. */
+#define KK_STATUS_SUCCESS ((KK_STATUS)0)
+/** A write made no progress; an image could not be created, attached or detached. */
+#define KK_STATUS_UNSUCCESSFUL ((KK_STATUS)0xC0000001)
+/** A required argument is null. */
+#define KK_STATUS_INVALID_PARAMETER ((KK_STATUS)0xC000000D)
+/** A read ended before the wanted bytes were there. */
+#define KK_STATUS_END_OF_FILE ((KK_STATUS)0xC0000011)
+/** Memory ran out. */
+#define KK_STATUS_NO_MEMORY ((KK_STATUS)0xC0000017)
+/** The operation does not apply, for example a backup of a disk that has no partition table. */
+#define KK_STATUS_NOT_SUPPORTED ((KK_STATUS)0xC00000BB)
+/** A system library or one of its entry points, needed for this call, is missing. */
+#define KK_STATUS_NOT_FOUND ((KK_STATUS)0xC0000225)
+
+/** Values of KkDiskInfo::partitionStyle. */
+#define KK_PARTITION_STYLE_RAW 0u /**< no partition table was recognised */
+#define KK_PARTITION_STYLE_MBR 1u
+#define KK_PARTITION_STYLE_GPT 2u
+
+#pragma pack(push, 1)
+
+/** One physical disk. */
+typedef struct KkDiskInfo {
+    uint32_t number;         /**< N of \\.\PhysicalDriveN, 0 to 31 */
+    uint32_t notWritten4;    /**< keeps what the caller put here */
+    uint64_t size;           /**< bytes, never 0 */
+    uint32_t sectorSize;     /**< bytes in a logical sector; 512 when the disk reports 0 */
+    uint32_t partitionStyle; /**< KK_PARTITION_STYLE_... */
+    uint32_t partitionCount; /**< as KkListPartitions counts */
+    uint32_t notWritten28;   /**< keeps what the caller put here */
+} KkDiskInfo;
+
+/** One partition of a disk and what is known of the volume on it. */
+typedef struct KkPartitionInfo {
+    uint32_t number;      /**< the system's partition number; not a table slot, and it may change */
+    uint64_t startOffset; /**< bytes from the disk's start; names the partition in all other calls */
+    uint64_t length;      /**< bytes */
+    uint8_t typeGuid[16]; /**< GPT partition type in its on-disk byte order (UEFI 2.10, 5.3.3); zero on MBR disks */
+    uint8_t mbrType;      /**< MBR partition type; 0 on GPT disks */
+    KkWideChar name[36];  /**< GPT partition name as the table holds it, not terminated when all 36 are used */
+    KkWideChar driveLetter[4];     /**< "C:" or empty; the fourth unit is never written */
+    uint64_t fileSystemSize;       /**< bytes that NTFS spans; 0 for every other file system or none */
+    KkWideChar fileSystemName[12]; /**< "NTFS", "FAT32", ..., cut to 11 units; empty when unknown */
+    KkWideChar deviceName[48];     /**< "\Device\HarddiskVolumeN", at most 47 units, written WITHOUT a terminator */
+    KkWideChar volumePath[64];     /**< "\\?\Volume{GUID}\", or empty */
+} KkPartitionInfo;
+
+/** What a backup did. */
+typedef struct BackupResult {
+    uint32_t snapshotsRequested;      /**< the useSnapshots argument, copied */
+    uint32_t snapshotsUsed;           /**< 1 when a snapshot set was taken, else 0 */
+    uint32_t partitionsCopied;        /**< partitions whose data went into the image, whatever the source */
+    uint32_t reserved12;              /**< 0 */
+    uint64_t bytesCopied;             /**< bytes of partition data written into the image */
+    uint32_t snapshotUsedBlockCopies; /**< partitions read from a snapshot, clusters in use only */
+    uint32_t snapshotWholeCopies;     /**< partitions read from a snapshot, whole */
+    uint32_t liveUsedBlockCopies;     /**< partitions read from the live volume, clusters in use only */
+    uint32_t liveWholeCopies;         /**< partitions read from the live volume, whole */
+    uint32_t rawDiskCopies;           /**< partitions read straight from the disk */
+    uint32_t reserved44;              /**< 0 */
+} BackupResult;
+
+#pragma pack(pop)
+
+KK_STATIC_ASSERT(sizeof(KkWideChar) == 2, "wide text is UTF-16");
+KK_STATIC_ASSERT(sizeof(KkDiskInfo) == 32, "KkDiskInfo is part of the binary interface");
+KK_STATIC_ASSERT(sizeof(KkPartitionInfo) == 373, "KkPartitionInfo is part of the binary interface");
+KK_STATIC_ASSERT(sizeof(BackupResult) == 48, "BackupResult is part of the binary interface");
+
+/**
+ * Lists the physical disks with numbers 0 to 31 in rising order. Numbers need not be contiguous. A disk that cannot
+ * be opened, whose layout cannot be read or whose size is unknown is left out.
+ *
+ * Call once with `records` null for the number of disks, then again with that many zero-filled records.
+ *
+ * @param records   out, optional: receives at most `capacity` records
+ * @param capacity  room in `records`, in records; 0 only counts
+ * @param count     out, optional: the number of disks, also when it exceeds `capacity`
+ * @return KK_STATUS_SUCCESS, always
+ */
+KK_API KK_STATUS KK_CALL KkListDisks(KkDiskInfo* records, uint32_t capacity, uint32_t* count);
+
+/**
+ * Lists one disk's partitions in table order, logical drives included, extended containers and unused entries left
+ * out. What cannot be learnt of a partition's volume leaves the fields concerned empty.
+ *
+ * Call once with `records` null for the number of partitions, then again with that many records. The records MUST be
+ * zero-filled by the caller: unwritten tails of text fields, and the end of `deviceName`, rely on it.
+ *
+ * Costly: opens every volume of the machine once for each partition; do not poll.
+ *
+ * @param diskNumber  N of \\.\PhysicalDriveN
+ * @param records     out, optional: receives at most `capacity` records
+ * @param capacity    room in `records`, in records; 0 only counts and looks at no volume
+ * @param count       out, optional: the number of partitions, also when it exceeds `capacity`; 0 on failure
+ * @return KK_STATUS_SUCCESS (a disk without a partition table has 0 partitions);
+ *         KK_STATUS_NO_MEMORY;
+ *         the system's status when the disk does not open or does not tell its layout. No record is written then.
+ */
+KK_API KK_STATUS KK_CALL KkListPartitions(uint32_t diskNumber, KkPartitionInfo* records, uint32_t capacity,
+                                          uint32_t* count);
+
+/**
+ * Backs one disk up into a new VHDX file and leaves a manifest beside it (`imagePath` with ".json" appended).
+ *
+ * Each chosen partition is read from its volume's snapshot if there is one, else from the live volume, else from the
+ * raw disk. Trouble with snapshots, volumes and the list of clusters in use never fails a backup; a failing read or
+ * write does. The image gets a fresh partition table: no boot code, no MBR signature, no active partition, no GPT
+ * attributes; disk and partition GUIDs, types and names are kept.
+ *
+ * A failed backup leaves a half-written image file behind for the caller to delete, and no manifest. Whether the
+ * manifest could be written does not change the result. There is no progress report: watch the image file grow.
+ *
+ * The thread joins the multithreaded COM apartment for the time of the call when snapshots are used.
+ *
+ * @param diskNumber        N of \\.\PhysicalDriveN
+ * @param imagePath         the VHDX file to create; must not exist
+ * @param partitionNumbers  numbers (KkPartitionInfo::number) of the partitions to back up; optional when
+ *                          `partitionCount` is 0
+ * @param partitionCount    how many; 0 means every partition
+ * @param usedBlocksOnly    non-zero: copy only the clusters that NTFS has in use; free ones read as zeros
+ * @param omitRemove        non-zero: partitions that were not chosen are left out of the image's table;
+ *                          0: they stay in it as regions of zeros
+ * @param useSnapshots      non-zero: read from volume snapshots where possible, for at most 16 volumes
+ * @param backupSetId       optional, 8-bit text: identifies the disks backed up together, at most 63 bytes are kept;
+ *                          one is made up when null or empty
+ * @param setDiskIndex      this disk's index within the set, for the manifest
+ * @param setDiskCount      number of disks in the set, for the manifest
+ * @param compact           non-zero: pack the chosen partitions together on 1 MiB boundaries and make the virtual
+ *                          disk just large enough; implies `omitRemove`
+ * @param result            out, optional: statistics; written when all data was copied, else untouched
+ * @return KK_STATUS_SUCCESS;
+ *         KK_STATUS_INVALID_PARAMETER: `imagePath` is null, or `partitionNumbers` is null with a count above 0;
+ *         KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT;
+ *         KK_STATUS_NOT_FOUND: the system has no virtual-disk service;
+ *         KK_STATUS_NO_MEMORY;
+ *         KK_STATUS_UNSUCCESSFUL: the image could not be created, attached or detached, or a write made no progress
+ *         (when only detaching failed, the image is complete and the manifest and `result` were written);
+ *         KK_STATUS_END_OF_FILE: a volume or the disk ended early;
+ *         any status of the system from opening or reading the disk or writing the image.
+ */
+KK_API KK_STATUS KK_CALL KkBackup(uint32_t diskNumber, const KkWideChar* imagePath, const uint32_t* partitionNumbers,
+                                  uint32_t partitionCount, uint32_t usedBlocksOnly, uint32_t omitRemove,
+                                  uint32_t useSnapshots, const char* backupSetId, uint32_t setDiskIndex,
+                                  uint32_t setDiskCount, uint32_t compact, BackupResult* result);
+
+#if defined(__cplusplus)
+}
+#endif
+
+#endif

@@ -1,0 +1,42 @@
+#include "backup/snapshot_api.h"
+
+#include "core/library_binding.h"
+
+namespace kk {
+
+namespace {
+
+constexpr EntryPoint kComEntries[] = {
+    {"CoInitializeEx", offsetof(SnapshotApi, coInitializeEx), true},
+    {"CoUninitialize", offsetof(SnapshotApi, coUninitialize), true},
+    {"CoInitializeSecurity", offsetof(SnapshotApi, coInitializeSecurity), false},
+};
+
+constexpr EntryPoint kSnapshotEntries[] = {
+    {"CreateVssBackupComponentsInternal", offsetof(SnapshotApi, createVssBackupComponentsInternal), true},
+    {"VssFreeSnapshotProperties", offsetof(SnapshotApi, vssFreeSnapshotProperties), true},
+};
+
+constexpr LibraryBinding kComLibrary = {u"ole32.dll", kComEntries};
+constexpr LibraryBinding kSnapshotLibrary = {u"vssapi.dll", kSnapshotEntries};
+
+constinit SnapshotApi gApi = {};
+
+}  // namespace
+
+const SnapshotApi& GetSnapshotApi()
+{
+    return gApi;
+}
+
+bool SnapshotServiceAvailable()
+{
+    if (gApi.tried != 0) {
+        return gApi.ok != 0;
+    }
+    gApi.tried = 1;
+    gApi.ok = BindLibrary(kComLibrary, &gApi) && BindLibrary(kSnapshotLibrary, &gApi) ? 1 : 0;
+    return gApi.ok != 0;
+}
+
+}  // namespace kk

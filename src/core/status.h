@@ -1,0 +1,24 @@
+#pragma once
+
+#include "kestrelkit/kestrelkit.h"
+
+namespace kk {
+
+/// A more detailed code than the public header names: the answer did not fit into the buffer. Never returned by an
+/// export's own code; it is the signal on which loops with growing buffers go on.
+inline constexpr KK_STATUS kStatusBufferOverflow = static_cast<KK_STATUS>(0x80000005);
+
+[[nodiscard]] constexpr bool Failed(KK_STATUS status)
+{
+    return status < 0;
+}
+
+}  // namespace kk
+
+/// Leaves the calling function with the expression's status when that is a failure. For passing it up unchanged only.
+#define KK_TRY(expression)                                                                                             \
+    do {                                                                                                               \
+        if (const KK_STATUS kkTryStatus = (expression); ::kk::Failed(kkTryStatus)) {                                   \
+            return kkTryStatus;                                                                                        \
+        }                                                                                                              \
+    } while (false)

@@ -1,0 +1,10 @@
+#include "partition/disk_refresh.h"
+
+namespace kk {
+
+void RefreshDiskProperties(DeviceFile& disk)
+{
+    (void)disk.Control(kIoctlDiskUpdateProperties, nullptr, 0, nullptr, 0, nullptr);
+}
+
+}  // namespace kk
