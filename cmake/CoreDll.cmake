@@ -1,6 +1,7 @@
 # KestrelkitCore.dll: the layers and an entry point, linked to ntdll.dll and nothing else.
+list(TRANSFORM KK_LAYERS PREPEND kk_ OUTPUT_VARIABLE layer_targets)
 add_library(KestrelkitCore SHARED ${PROJECT_SOURCE_DIR}/src/core/dll_entry.cpp)
-target_link_libraries(KestrelkitCore PRIVATE ${layer_targets} -nostdlib -lntdll)
+target_link_libraries(KestrelkitCore PRIVATE kk_flags ${layer_targets} -nostdlib -lntdll)
 set_target_properties(KestrelkitCore PROPERTIES
     PREFIX ""
     RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}

@@ -10,16 +10,6 @@ namespace kk {
 
 namespace {
 
-constexpr HResult kRpcEChangedMode = static_cast<HResult>(0x80010106);
-constexpr HResult kEFail = static_cast<HResult>(0x80004005);
-constexpr uint32_t kCoinitMultithreaded = 0;
-constexpr uint32_t kAuthnLevelPacketPrivacy = 6;
-constexpr uint32_t kImpersonationLevelIdentify = 2;
-constexpr uint32_t kAuthenticationCapabilitiesNone = 0;
-constexpr uint32_t kInfinite = 0xFFFFFFFF;
-constexpr uint32_t kVssBackupTypeFull = 1;
-constexpr int32_t kVssContextBackup = 0;
-
 /// Releases an asynchronous operation.
 class AsyncOwner {
 public:

@@ -14,6 +14,16 @@ namespace kk {
 /// HRESULT; negative is failure. The snapshot service's results are passed on as statuses.
 using HResult = int32_t;
 
+inline constexpr HResult kRpcEChangedMode = static_cast<HResult>(0x80010106);
+inline constexpr HResult kEFail = static_cast<HResult>(0x80004005);
+inline constexpr uint32_t kCoinitMultithreaded = 0;
+inline constexpr uint32_t kAuthnLevelPacketPrivacy = 6;
+inline constexpr uint32_t kImpersonationLevelIdentify = 2;
+inline constexpr uint32_t kAuthenticationCapabilitiesNone = 0;
+inline constexpr uint32_t kInfinite = 0xFFFFFFFF;
+inline constexpr uint32_t kVssBackupTypeFull = 1;
+inline constexpr int32_t kVssContextBackup = 0;
+
 using UnusedMethod = void (*)();
 
 struct VssAsync;

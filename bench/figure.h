@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// What happened within one measured run; the same in every run, or the times would say nothing.
+struct Work {
+    uint64_t reads = 0;
+    uint64_t writes = 0;
+    uint64_t largestTransfer = 0;  // bytes
+    uint64_t bytes = 0;            // that were copied or looked at
+    uint64_t heapBytes = 0;        // most that the library had from the heap at once; 0: not looked at
+    bool operator==(const Work&) const = default;
+};
+
+/// Two times that were taken right after one another.
+struct Pair {
+    double oursSeconds;
+    double peerSeconds;
+};
+
+/// What a figure is held against.
+struct Gate {
+    enum class Kind {
+        None,
+        TimeRatioAtMost,    // our time / the peer's time
+        SpeedRatioAtLeast,  // the peer's time / our time
+        OursAtMostSeconds,
+    };
+    Kind kind = Kind::None;
+    double limit = 0;
+};
+
+/// One line of the report: the medians of pairs that ran in alternation.
+struct Figure {
+    std::string name = {};   // for scripts and for --only
+    std::string title = {};  // for people
+    std::string peer = {};
+    Gate gate = {};
+    std::vector<Pair> pairs = {};
+    Work work = {};
+    std::string remark = {};
+
+    double OursSeconds() const;
+    double PeerSeconds() const;
+    /// The median of the pairs' ratios: of times, or of speeds when the gate asks for these.
+    double Ratio() const;
+    double LowestRatio() const;
+    double HighestRatio() const;
+    /// Nothing when there is no gate.
+    std::optional<bool> Passes() const;
+
+private:
+    std::vector<double> Ratios() const;
+};
+
+double Median(std::vector<double> values);
+
+/// Runs both sides untimed `warmUps` times, then `pairs` times, each pair in the other order than the one before.
+/// Either side returns its own time.
+std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function<double()>& ours,
+                               const std::function<double()>& peer);
+
+/// A clock that never goes back.
+double NowSeconds();
+
+}  // namespace bench

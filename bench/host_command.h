@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Runs a program of the host to its end and returns how long that took. What it prints goes nowhere. Throws
+/// std::runtime_error when it does not start or does not end with 0.
+double TimeCommand(const std::vector<std::string>& words);
+
+}  // namespace bench

@@ -1,0 +1,174 @@
+#include "machine/disk.h"
+
+#include <stdexcept>
+
+#include "machine/machine.h"
+
+namespace machine {
+
+/// Tells the observers of every write before it happens, whoever writes.
+class Disk::ObservedStorage final : public Storage {
+public:
+    explicit ObservedStorage(Disk& disk) : disk_(disk) {}
+
+    uint64_t Size() const override { return disk_.storage_->Size(); }
+    bool Read(uint64_t offset, std::span<uint8_t> into) override { return disk_.storage_->Read(offset, into); }
+    bool Flush() override { return disk_.storage_->Flush(); }
+    bool Write(uint64_t offset, std::span<const uint8_t> from) override
+    {
+        if (!Holds(offset, from.size())) {
+            return false;
+        }
+        for (const auto& observer : disk_.observers_) {
+            observer.second(offset, from.size());
+        }
+        return disk_.storage_->Write(offset, from);
+    }
+
+private:
+    Disk& disk_;
+};
+
+Disk::Disk(Machine& machine, uint32_t number, std::unique_ptr<Storage> storage, const DiskOptions& options)
+    : machine_(machine), number_(number), sectorSize_(options.sectorSize), size_(storage->Size()),
+      storage_(std::move(storage))
+{
+    behaviour.readOnly = options.readOnly;
+}
+
+Status Disk::Read(uint64_t offset, std::span<uint8_t> into)
+{
+    if (!IsPresent()) {
+        return kNoSuchDevice;
+    }
+    if (offset % sectorSize_ != 0 || into.size() % sectorSize_ != 0) {
+        return kInvalidParameter;
+    }
+    if (behaviour.noMedia) {
+        return kNoMediaInDevice;
+    }
+    if (offset > size_ || into.size() > size_ - offset) {
+        return kNonexistentSector;
+    }
+    return storage_->Read(offset, into) ? kSuccess : kIoDeviceError;
+}
+
+Status Disk::Write(uint64_t offset, std::span<const uint8_t> from)
+{
+    if (!IsPresent()) {
+        return kNoSuchDevice;
+    }
+    if (offset % sectorSize_ != 0 || from.size() % sectorSize_ != 0) {
+        return kInvalidParameter;
+    }
+    if (behaviour.noMedia) {
+        return kNoMediaInDevice;
+    }
+    if (offset > size_ || from.size() > size_ - offset) {
+        return kNonexistentSector;
+    }
+    if (behaviour.readOnly) {
+        return kMediaWriteProtected;
+    }
+    return ObservedStorage(*this).Write(offset, from) ? kSuccess : kIoDeviceError;
+}
+
+bool Disk::Flush()
+{
+    return IsPresent() && storage_->Flush();
+}
+
+bool Disk::ReadRaw(uint64_t offset, std::span<uint8_t> into)
+{
+    return IsPresent() && !behaviour.noMedia && storage_->Read(offset, into);
+}
+
+Disk& Disk::Rescan()
+{
+    layout_ = ParseLayout(*storage_, sectorSize_);
+    for (kk::PartitionInformationEx& partition : layout_.partitions) {
+        const auto number = partitionNumbers_.find(static_cast<uint64_t>(partition.startingOffset));
+        if (partition.partitionNumber != 0 && number != partitionNumbers_.end()) {
+            partition.partitionNumber = number->second;
+        }
+    }
+    machine_.volumes.Follow(machine_.ShareDisk(number_));
+    return *this;
+}
+
+Disk& Disk::SetPartitionNumber(uint64_t start, uint32_t number)
+{
+    partitionNumbers_[start] = number;
+    return Rescan();
+}
+
+std::vector<uint8_t> Disk::ReadBytes(uint64_t offset, uint64_t length)
+{
+    std::vector<uint8_t> bytes(length);
+    if (!storage_->Read(offset, bytes)) {
+        throw std::out_of_range("reading past the end of the disk");
+    }
+    return bytes;
+}
+
+Disk& Disk::WriteBytes(uint64_t offset, std::span<const uint8_t> bytes)
+{
+    if (!ObservedStorage(*this).Write(offset, bytes)) {
+        throw std::out_of_range("writing past the end of the disk");
+    }
+    return *this;
+}
+
+Disk& Disk::FlipBit(uint64_t offset, uint32_t bit)
+{
+    std::vector<uint8_t> byte = ReadBytes(offset, 1);
+    byte[0] = static_cast<uint8_t>(byte[0] ^ (1u << bit));
+    return WriteBytes(offset, byte);
+}
+
+Disk& Disk::Gpt(const GptTable& table)
+{
+    ObservedStorage storage(*this);
+    WriteGptTable(storage, sectorSize_, table);
+    return Rescan();
+}
+
+Disk& Disk::Mbr(const MbrTable& table)
+{
+    ObservedStorage storage(*this);
+    WriteMbrTable(storage, sectorSize_, table);
+    return Rescan();
+}
+
+Disk& Disk::Format(uint64_t start, uint64_t length, FileSystem fileSystem, const FormatOptions& options)
+{
+    ObservedStorage storage(*this);
+    FormatRegion(storage, sectorSize_, start, length, fileSystem, options);
+    return *this;
+}
+
+Disk& Disk::ImportFile(uint64_t offset, const std::string& hostPath)
+{
+    ObservedStorage storage(*this);
+    ImportHostFile(storage, offset, hostPath);
+    return *this;
+}
+
+Disk& Disk::ExportFile(uint64_t offset, uint64_t length, const std::string& hostPath)
+{
+    ExportHostFile(*storage_, offset, length, hostPath);
+    return *this;
+}
+
+uint64_t Disk::AddWriteObserver(WriteObserver observer)
+{
+    observers_.emplace(nextObserver_, std::move(observer));
+    return nextObserver_++;
+}
+
+void Disk::RemoveWriteObserver(uint64_t token)
+{
+    observers_.erase(token);
+}
+
+}  // namespace machine

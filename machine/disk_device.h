@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+
+#include "machine/device.h"
+#include "machine/disk.h"
+
+namespace machine {
+
+/// `\??\PhysicalDriveN`: whole sectors, and the disk driver's requests.
+class DiskDevice final : public Device {
+public:
+    DiskDevice(Machine& machine, std::shared_ptr<Disk> disk) : machine_(machine), disk_(std::move(disk)) {}
+
+    IoResult Read(OpenFile& file, uint64_t offset, std::span<uint8_t> into) override;
+    IoResult Write(OpenFile& file, uint64_t offset, std::span<const uint8_t> from) override;
+    ControlAnswer Control(OpenFile& file, const ControlRequest& request) override;
+    Status QueryFileSystemName(OpenFile& file, std::u16string& name) override;
+    Status Flush(OpenFile& file) override;
+
+private:
+    ControlAnswer AnswerGeometry(const ControlRequest& request) const;
+    ControlAnswer AnswerLayout(const ControlRequest& request);
+    ControlAnswer AnswerLength(const ControlRequest& request) const;
+    bool HitsMountedVolume(uint64_t offset, uint64_t length) const;
+
+    Machine& machine_;
+    std::shared_ptr<Disk> disk_;
+};
+
+}  // namespace machine

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "kestrelkit/kestrelkit.h"
+#include "machine/pe_loader.h"
+
+namespace machine {
+
+/// The library's exports, so that one test runs against the linked library and against the shipped DLL.
+struct KestrelkitApi {
+    decltype(&KkListDisks) listDisks;
+    decltype(&KkListPartitions) listPartitions;
+    decltype(&KkBackup) backup;
+};
+
+/// The table of a loaded DLL, which must outlive it. Throws std::runtime_error when an export is missing.
+inline KestrelkitApi ApiFromDll(const LoadedDll& dll)
+{
+    const auto fill = [&dll](auto& slot, const char* name) {
+        slot = dll.Export<std::remove_reference_t<decltype(slot)>>(name);
+        if (slot == nullptr) {
+            throw std::runtime_error(std::string("the DLL lacks the export ") + name);
+        }
+    };
+    KestrelkitApi api = {};
+    fill(api.listDisks, "KkListDisks");
+    fill(api.listPartitions, "KkListPartitions");
+    fill(api.backup, "KkBackup");
+    return api;
+}
+
+}  // namespace machine

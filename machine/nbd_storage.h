@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+
+#include "machine/storage.h"
+
+struct nbd_handle;
+
+namespace machine {
+
+/// The contents of a VHDX file, served by a `qemu-nbd` process that lives as long as this object. Once the object is
+/// gone the process is too, and the file is complete and unlocked.
+class NbdStorage final : public Storage {
+public:
+    /// Throws std::runtime_error when the server cannot be started or does not open the file.
+    explicit NbdStorage(const std::filesystem::path& file);
+    NbdStorage(const NbdStorage&) = delete;
+    NbdStorage& operator=(const NbdStorage&) = delete;
+    ~NbdStorage() override;
+
+    uint64_t Size() const override { return size_; }
+    bool Read(uint64_t offset, std::span<uint8_t> into) override;
+    bool Write(uint64_t offset, std::span<const uint8_t> from) override;
+    bool Flush() override;
+
+    /// What the server said of the request that failed last.
+    const std::string& LastError() const { return lastError_; }
+
+private:
+    bool Succeeded(int result);
+
+    nbd_handle* server_;
+    uint64_t size_ = 0;
+    std::string lastError_;
+};
+
+}  // namespace machine

@@ -1,0 +1,106 @@
+#include "machine/storage.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace machine {
+
+bool MemoryStorage::Read(uint64_t offset, std::span<uint8_t> into)
+{
+    if (!Holds(offset, into.size())) {
+        return false;
+    }
+    for (size_t done = 0; done < into.size();) {
+        const uint64_t at = (offset + done) % kPageBytes;
+        const size_t piece = std::min<size_t>(into.size() - done, kPageBytes - at);
+        const auto page = pages_.find((offset + done) / kPageBytes);
+        if (page == pages_.end()) {
+            std::memset(into.data() + done, 0, piece);
+        } else {
+            std::memcpy(into.data() + done, page->second->data() + at, piece);
+        }
+        done += piece;
+    }
+    return true;
+}
+
+bool MemoryStorage::Write(uint64_t offset, std::span<const uint8_t> from)
+{
+    if (!Holds(offset, from.size())) {
+        return false;
+    }
+    for (size_t done = 0; done < from.size();) {
+        const uint64_t at = (offset + done) % kPageBytes;
+        const size_t piece = std::min<size_t>(from.size() - done, kPageBytes - at);
+        std::unique_ptr<Page>& page = pages_[(offset + done) / kPageBytes];
+        if (page == nullptr) {
+            page = std::make_unique<Page>();
+        }
+        std::memcpy(page->data() + at, from.data() + done, piece);
+        done += piece;
+    }
+    return true;
+}
+
+FileStorage::FileStorage(const std::string& hostPath, Mode mode)
+    : descriptor_(open(hostPath.c_str(), (mode == Mode::ReadOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC)), size_(0)
+{
+    struct stat information = {};
+    if (descriptor_ < 0 || fstat(descriptor_, &information) != 0) {
+        const int error = errno;
+        if (descriptor_ >= 0) {
+            close(descriptor_);
+        }
+        throw std::system_error(error, std::generic_category(), hostPath);
+    }
+    size_ = static_cast<uint64_t>(information.st_size);
+}
+
+FileStorage::~FileStorage()
+{
+    close(descriptor_);
+}
+
+bool FileStorage::Read(uint64_t offset, std::span<uint8_t> into)
+{
+    if (!Holds(offset, into.size())) {
+        return false;
+    }
+    for (size_t done = 0; done < into.size();) {
+        const ssize_t piece =
+            pread(descriptor_, into.data() + done, into.size() - done, static_cast<off_t>(offset + done));
+        if (piece <= 0) {
+            return false;
+        }
+        done += static_cast<size_t>(piece);
+    }
+    return true;
+}
+
+bool FileStorage::Write(uint64_t offset, std::span<const uint8_t> from)
+{
+    if (!Holds(offset, from.size())) {
+        return false;
+    }
+    for (size_t done = 0; done < from.size();) {
+        const ssize_t piece =
+            pwrite(descriptor_, from.data() + done, from.size() - done, static_cast<off_t>(offset + done));
+        if (piece <= 0) {
+            return false;
+        }
+        done += static_cast<size_t>(piece);
+    }
+    return true;
+}
+
+bool FileStorage::Flush()
+{
+    return fsync(descriptor_) == 0;
+}
+
+}  // namespace machine

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+
+namespace machine {
+
+/// Behaviour of real systems that callers often do not expect. All off at first; `Machine::Strict` turns them on.
+struct Switches {
+    /// Reads of an NTFS volume end at the file system's last sector, which is before the partition's.
+    bool ntfsBoundary = false;
+
+    /// Sectors under a recognised file system are not writable through volume or disk handles.
+    bool mountedWriteProtection = false;
+
+    /// Volumes of a partition that has just appeared arrive only when the machine has received so many further calls.
+    uint64_t volumeArrivalDelay = 0;
+
+    /// Virtual disks below 3 MiB are refused.
+    bool minimumVirtualDiskSize = false;
+
+    /// A disk whose GPT disk identifier is already online arrives offline: without volumes.
+    bool diskIdentityCollisions = false;
+
+    /// Clusters to whose multiple the first cluster of a bitmap answer is rounded down; real systems use 8 or 32768.
+    uint64_t bitmapRoundingUnit = 8;
+};
+
+}  // namespace machine

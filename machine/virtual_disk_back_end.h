@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+
+#include "machine/storage.h"
+
+// What stands behind the machine's virtual disks: where an image's bytes live and in which format.
+
+namespace machine {
+
+// Win32 error numbers that the service answers with.
+inline constexpr uint32_t kErrorSuccess = 0;
+inline constexpr uint32_t kErrorFileNotFound = 2;
+inline constexpr uint32_t kErrorPathNotFound = 3;
+inline constexpr uint32_t kErrorAccessDenied = 5;
+inline constexpr uint32_t kErrorInvalidHandle = 6;
+inline constexpr uint32_t kErrorNotReady = 21;
+inline constexpr uint32_t kErrorSharingViolation = 32;
+inline constexpr uint32_t kErrorNotSupported = 50;
+inline constexpr uint32_t kErrorDeviceNotExist = 55;
+inline constexpr uint32_t kErrorFileExists = 80;
+inline constexpr uint32_t kErrorInvalidParameter = 87;
+inline constexpr uint32_t kErrorDiskFull = 112;
+inline constexpr uint32_t kErrorInsufficientBuffer = 122;
+inline constexpr uint32_t kErrorFileCorrupt = 1392;
+inline constexpr uint32_t kErrorVirtualDiskProviderNotFound = 0xC03A0014;
+
+/// An image to be made. All fields have passed the service's checks.
+struct NewImage {
+    std::filesystem::path file;
+    uint64_t sizeBytes = 0;
+    uint32_t blockBytes = 0;
+    uint32_t sectorBytes = 0;
+};
+
+/// An image that is open for use as a disk.
+struct OpenedImage {
+    std::unique_ptr<Storage> storage = nullptr;
+    uint32_t sectorBytes = 512;
+};
+
+/// Both functions answer with a Win32 error and may throw std::exception for trouble of the host itself. The service
+/// has seen to it that an image is created where nothing is, and opened by one disk at a time.
+class VirtualDiskBackEnd {
+public:
+    virtual ~VirtualDiskBackEnd() = default;
+
+    /// Whether there is an image at that place besides what the host's file system shows.
+    virtual bool Knows(const std::filesystem::path& /*file*/) const { return false; }
+
+    /// Whether creation may meet a file that is already there.
+    virtual bool TakesExistingFiles() const { return false; }
+
+    virtual uint32_t Create(const NewImage& image) = 0;
+    virtual uint32_t Open(const std::filesystem::path& file, OpenedImage& disk) = 0;
+};
+
+}  // namespace machine

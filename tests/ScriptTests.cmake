@@ -1,0 +1,24 @@
+# Checks of files and of whole programs.
+set(root ${PROJECT_SOURCE_DIR})
+cmake_path(GET KK_DLL PARENT_PATH dll_folder)
+
+function(kk_add_script_test name)
+    add_test(NAME ${name} COMMAND ${ARGN})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 600)
+endfunction()
+
+kk_add_script_test(tree.includes_run_downwards ${Python3_EXECUTABLE} ${root}/tools/check_layers.py ${root}/src)
+kk_add_script_test(tree.is_formatted ${root}/tools/check_format)
+kk_add_script_test(tree.passes_lint ${root}/tools/lint ${CMAKE_BINARY_DIR})
+
+set(header ${root}/include/kestrelkit/kestrelkit.h)
+kk_add_script_test(dll.by_clang ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.py ${KK_DLL} ${header}
+    --size-limit 65536)
+kk_add_script_test(dll.by_gcc ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.py
+    ${root}/build/dll-gcc/KestrelkitCore.dll ${header})
+
+kk_add_script_test(kkctl.on_the_machine ${Python3_EXECUTABLE} ${root}/tests/kkctl/kkctl_test.py
+    $<TARGET_FILE:kkctl>)
+kk_add_script_test(kkctl.under_wine ${Python3_EXECUTABLE} ${root}/tests/kkctl/wine_test.py ${dll_folder}/kkctl.exe)
+kk_add_script_test(interop.others_judge_the_images ${Python3_EXECUTABLE} ${root}/tests/interop/interop_test.py
+    $<TARGET_FILE:kkctl>)

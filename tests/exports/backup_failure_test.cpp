@@ -1,0 +1,412 @@
+#include <algorithm>
+#include <array>
+
+#include "backup/backup_plan.h"
+#include "backup/used_extents.h"
+#include "exports/support/backup_test.h"
+#include "support/sweep.h"
+
+namespace {
+
+using machine::CallKind;
+
+class BackupFailureTest : public BackupTest {
+protected:
+    bool ImageExists() const { return images->Knows(ImagePath()); }
+};
+
+TEST_F(BackupFailureTest, RefusesArgumentsThatAreMissing)
+{
+    AddUsualDisk();
+    const std::u16string path = WindowsPath(ImagePath());
+
+    EXPECT_EQ(api.backup(0, nullptr, nullptr, 0, 0, 0, 0, nullptr, 0, 1, 0, &result), KK_STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(api.backup(0, path.c_str(), nullptr, 1, 0, 0, 0, nullptr, 0, 1, 0, &result), KK_STATUS_INVALID_PARAMETER);
+
+    EXPECT_TRUE(machine.journal.Records().empty());
+}
+
+TEST_F(BackupFailureTest, PassesOnThatTheDiskDoesNotOpen)
+{
+    EXPECT_EQ(Backup(), Status(0xC0000034));
+
+    EXPECT_FALSE(ImageExists());
+    EXPECT_TRUE(ResultIsUntouched());
+}
+
+TEST_F(BackupFailureTest, PassesOnThatTheLayoutCannotBeRead)
+{
+    machine.AddDisk(8 * kMiB);
+    machine.faults.FailFrom({.code = 0x70050}, 1, 0xC000009C);
+
+    EXPECT_EQ(Backup(), Status(0xC000009C));
+}
+
+TEST_F(BackupFailureTest, DoesNotSupportADiskWithoutATable)
+{
+    machine.AddDisk(8 * kMiB);
+    machine.modules.Remove(u"virtdisk.dll");
+
+    EXPECT_EQ(Backup(), KK_STATUS_NOT_SUPPORTED) << "this is found out before the service is looked for";
+}
+
+TEST_F(BackupFailureTest, NeedsTheVirtualDiskServiceBeforeItLooksAtAnyVolume)
+{
+    AddUsualDisk();
+    machine.modules.Remove(u"virtdisk.dll");
+
+    EXPECT_EQ(Backup(), KK_STATUS_NOT_FOUND);
+    EXPECT_EQ(machine.journal.Count({.object = "HarddiskVolume"}), 0u);
+
+    EXPECT_EQ(Backup(), KK_STATUS_NOT_FOUND);
+    EXPECT_EQ(machine.journal.Count({.kind = CallKind::LoadLibrary}), 1u) << "it is looked for once";
+}
+
+TEST_F(BackupFailureTest, FindsOutLaterThatAnEntryPointIsMissing)
+{
+    AddUsualDisk();
+    machine.modules.RemoveEntry(u"virtdisk.dll", "AttachVirtualDisk");
+
+    EXPECT_EQ(Backup(), KK_STATUS_NOT_FOUND);
+    EXPECT_FALSE(ImageExists());
+
+    // The second answer of the binding is lenient, so the image is made before the gap shows.
+    EXPECT_EQ(Backup(), KK_STATUS_NOT_FOUND);
+    EXPECT_TRUE(ImageExists());
+    EXPECT_FALSE(HasManifest());
+}
+
+TEST_F(BackupFailureTest, FailsWhenTheImageExistsAlready)
+{
+    AddUsualDisk();
+    ASSERT_EQ(Backup(), 0);
+
+    EXPECT_EQ(Backup(), KK_STATUS_UNSUCCESSFUL);
+    EXPECT_TRUE(ResultIsUntouched());
+}
+
+TEST_F(BackupFailureTest, LeavesTheImageWhenItCannotBeAttached)
+{
+    AddUsualDisk();
+    machine.faults.Fail({.name = "AttachVirtualDisk"}, 1, 32);
+
+    EXPECT_EQ(Backup(), KK_STATUS_UNSUCCESSFUL);
+
+    EXPECT_TRUE(ImageExists());
+    EXPECT_EQ(machine.journal.Count({.name = "DetachVirtualDisk"}), 0u);
+}
+
+TEST_F(BackupFailureTest, DetachesTheImageWhenItsDiskCannotBeNamed)
+{
+    AddUsualDisk();
+    virtualDisks.behaviour.pathFailure = 55;
+
+    EXPECT_EQ(Backup(), KK_STATUS_UNSUCCESSFUL);
+
+    EXPECT_EQ(machine.journal.Count({.name = "DetachVirtualDisk"}), 1u);
+    EXPECT_FALSE(virtualDisks.DiskNumberOf(ImagePath()).has_value());
+}
+
+TEST_F(BackupFailureTest, PassesOnThatTheImagesDiskDoesNotOpen)
+{
+    AddUsualDisk();
+    machine.faults.Fail({.kind = CallKind::CreateFile, .object = "PhysicalDrive1"}, 1, 0xC0000022);
+
+    EXPECT_EQ(Backup(), Status(0xC0000022));
+
+    EXPECT_TRUE(ImageExists());
+    EXPECT_FALSE(virtualDisks.DiskNumberOf(ImagePath()).has_value());
+}
+
+TEST_F(BackupFailureTest, PassesOnThatTheSourceDoesNotOpenASecondTime)
+{
+    AddUsualDisk();
+    machine.faults.Fail({.kind = CallKind::CreateFile, .object = "PhysicalDrive0"}, 2, 0xC0000043);
+
+    EXPECT_EQ(Backup(), Status(0xC0000043));
+
+    EXPECT_TRUE(Image()->WriteSizes().empty()) << "not even the table is there";
+}
+
+TEST_F(BackupFailureTest, PassesOnThatTheTableCannotBeWritten)
+{
+    AddUsualDisk();
+    machine.faults.Fail({.kind = CallKind::WriteFile, .object = "PhysicalDrive1"}, 3, 0xC000007F);
+
+    EXPECT_EQ(Backup(), Status(0xC000007F));
+
+    EXPECT_EQ(Image()->WriteSizes().size(), 2u);
+    EXPECT_FALSE(HasManifest());
+    EXPECT_FALSE(virtualDisks.DiskNumberOf(ImagePath()).has_value());
+}
+
+TEST_F(BackupFailureTest, LeavesTheImageWithItsTableWhenThereIsNoTransferBuffer)
+{
+    AddUsualDisk();
+    machine.heap.SetLimit(4 * kMiB);
+
+    EXPECT_EQ(Backup(), KK_STATUS_NO_MEMORY);
+
+    EXPECT_EQ(ImagePartitionStarts().size(), 3u);
+    EXPECT_EQ(Image()->WriteSizes().size(), 5u);
+    EXPECT_FALSE(HasManifest());
+    EXPECT_TRUE(ResultIsUntouched());
+}
+
+TEST_F(BackupFailureTest, EndsWithTheFirstReadThatFailsAndDoesNotTryAgain)
+{
+    AddUsualDisk();
+    machine.faults.Fail({.kind = CallKind::ReadFile}, 4, 0xC000009C);
+
+    EXPECT_EQ(Backup({.useSnapshots = 1}), Status(0xC000009C));
+
+    EXPECT_EQ(machine.journal.Count({.kind = CallKind::ReadFile}), 4u);
+    EXPECT_EQ(machine.journal.Count({.kind = CallKind::Flush}), 1u) << "the one after the table";
+    EXPECT_TRUE(ImageExists());
+    EXPECT_FALSE(HasManifest());
+    EXPECT_TRUE(ResultIsUntouched());
+}
+
+TEST_F(BackupFailureTest, EndsWithTheFirstWriteThatFails)
+{
+    AddUsualDisk();
+    machine.faults.Fail({.kind = CallKind::WriteFile}, 7, 0xC000007F);
+
+    EXPECT_EQ(Backup(), Status(0xC000007F));
+
+    EXPECT_FALSE(HasManifest());
+    EXPECT_TRUE(ResultIsUntouched());
+}
+
+TEST_F(BackupFailureTest, EndsWhenAReadOrAWriteMakesNoProgress)
+{
+    AddUsualDisk();
+    machine.faults.Shorten({.kind = CallKind::ReadFile}, 2, 0);
+    EXPECT_EQ(Backup(), KK_STATUS_END_OF_FILE);
+
+    images->Remove(ImagePath());
+    machine.faults.Clear();
+    machine.faults.Shorten({.kind = CallKind::WriteFile}, 8, 0);
+    EXPECT_EQ(Backup(), KK_STATUS_UNSUCCESSFUL);
+}
+
+TEST_F(BackupFailureTest, GoesOnAfterShortTransfers)
+{
+    machine::Disk& disk = AddUsualDisk();
+    for (const uint64_t bytes : {512u, 4096u, 1024u * 1024u}) {
+        machine.faults.Shorten({.kind = CallKind::ReadFile}, 2 + bytes / 4096, bytes);
+        machine.faults.Shorten({.kind = CallKind::WriteFile}, 7 + bytes / 4096, bytes);
+    }
+
+    ASSERT_EQ(Backup(), 0);
+
+    ExpectSameBytes(disk, kEfiStart, kEfiStart, kEfiLength);
+    ExpectSameBytes(disk, kNtfsStart, kNtfsStart, kNtfsLength);
+}
+
+TEST_F(BackupFailureTest, WritesResultAndManifestEvenWhenDetachingFails)
+{
+    AddUsualDisk();
+    machine.faults.Fail({.name = "DetachVirtualDisk"}, 1, 1392);
+
+    EXPECT_EQ(Backup(), KK_STATUS_UNSUCCESSFUL);
+
+    EXPECT_EQ(result.partitionsCopied, 3u);
+    EXPECT_TRUE(HasManifest());
+    EXPECT_EQ(machine.journal.Count({.name = "DetachVirtualDisk"}), 1u) << "it counts as detached afterwards";
+}
+
+TEST_F(BackupFailureTest, DoesNotMindAManifestThatCannotBeWritten)
+{
+    AddUsualDisk();
+    std::filesystem::create_directory(ManifestPath());
+
+    EXPECT_EQ(Backup(), 0);
+
+    EXPECT_EQ(result.partitionsCopied, 3u);
+}
+
+TEST_F(BackupFailureTest, DoesNotMindAFlushThatFails)
+{
+    AddUsualDisk();
+    machine.faults.FailFrom({.kind = CallKind::Flush}, 1, 0xC0000185);
+
+    EXPECT_EQ(Backup(), 0);
+}
+
+TEST_F(BackupFailureTest, FailsWhenTheImageWouldBeLargerThanNumbersGo)
+{
+    AddUsualDisk();
+    machine.OnControl(
+        {.code = 0x700A0},
+        [](const machine::CallRecord&, const machine::ControlRequest&) -> std::optional<machine::ControlAnswer> {
+            kk::DiskGeometryEx geometry = {};
+            geometry.bytesPerSector = 512;
+            geometry.diskSize = -1;
+            return machine::ControlAnswer{.output = machine::BytesOf(geometry)};
+        });
+
+    EXPECT_EQ(Backup(), KK_STATUS_UNSUCCESSFUL);
+    EXPECT_FALSE(ImageExists());
+}
+
+TEST_F(BackupFailureTest, FailsWhenPackedPartitionsWouldEndBeyondAllNumbers)
+{
+    AddUsualDisk();
+    machine.OnControl(
+        {.code = 0x70050},
+        [](const machine::CallRecord&, const machine::ControlRequest&) -> std::optional<machine::ControlAnswer> {
+            kk::DriveLayoutInformationEx head = {};
+            head.partitionStyle = kk::WirePartitionStyle::Mbr;
+            head.partitionCount = 4;
+            std::array<kk::PartitionInformationEx, 4> partitions = {};
+            for (kk::PartitionInformationEx& partition : partitions) {
+                partition.startingOffset = int64_t{1} << 20;
+                partition.partitionLength = INT64_MAX;
+                partition.mbr.partitionType = 7;
+            }
+            std::vector<uint8_t> output = machine::BytesOf(head);
+            const std::vector<uint8_t> tail = machine::BytesOf(partitions);
+            output.insert(output.end(), tail.begin(), tail.end());
+            return machine::ControlAnswer{.output = output};
+        });
+
+    EXPECT_EQ(Backup({.compact = 1}), KK_STATUS_UNSUCCESSFUL);
+    EXPECT_FALSE(ImageExists());
+}
+
+TEST_F(BackupFailureTest, NeverTurnsAWrappedOffsetIntoAWriteElsewhere)
+{
+    AddUsualDisk();
+    machine.OnControl(
+        {.code = 0x70050},
+        [](const machine::CallRecord&, const machine::ControlRequest&) -> std::optional<machine::ControlAnswer> {
+            kk::DriveLayoutInformationEx head = {};
+            head.partitionStyle = kk::WirePartitionStyle::Mbr;
+            head.partitionCount = 1;
+            kk::PartitionInformationEx partition = {};
+            partition.startingOffset = -1;
+            partition.partitionLength = int64_t{1} << 40;
+            partition.mbr.partitionType = 7;
+            std::vector<uint8_t> output = machine::BytesOf(head);
+            const std::vector<uint8_t> tail = machine::BytesOf(partition);
+            output.insert(output.end(), tail.begin(), tail.end());
+            return machine::ControlAnswer{.output = output};
+        });
+
+    EXPECT_EQ(Backup(), KK_STATUS_INVALID_PARAMETER);
+
+    EXPECT_EQ(Image()->WriteSizes(), (std::vector<uint64_t>{512})) << "the table alone";
+}
+
+/// Which status a backup owes the failure of one call. Everything that only makes it fall back is a success.
+int32_t OwedStatus(const machine::CallRecord& failed, const machine::Journal& journal)
+{
+    const auto before = [&](const machine::CallPattern& pattern) {
+        uint64_t count = 0;
+        for (const machine::CallRecord& call : journal.FindAll(pattern)) {
+            count += call.index < failed.index ? 1 : 0;
+        }
+        return count;
+    };
+    const auto own = static_cast<int32_t>(failed.result);
+    const bool planning = before({.name = "CreateVirtualDisk"}) == 0;
+    const bool copied = before({.name = "DetachVirtualDisk"}) > 0;
+    switch (failed.kind) {
+    case CallKind::DeviceControl:
+        // A disk that does not tell its size gives an image of no size, which cannot be made.
+        return failed.code == 0x700A0 ? KK_STATUS_UNSUCCESSFUL : 0;
+    case CallKind::CreateFile:
+        return failed.object.find("PhysicalDrive") != std::string::npos ? own : 0;
+    case CallKind::ReadFile:
+        return own;
+    case CallKind::WriteFile:
+        return failed.object.find("PhysicalDrive") != std::string::npos ? own : 0;
+    case CallKind::LoadLibrary:
+    case CallKind::GetProcedure:
+        return failed.object.find("virtdisk") != std::string::npos ? KK_STATUS_NOT_FOUND : 0;
+    case CallKind::Win32Error:
+        return KK_STATUS_UNSUCCESSFUL;
+    case CallKind::Allocate: {
+        if (copied) {
+            return 0;
+        }
+        if (planning) {
+            // The drive's object, the layout's answer, the partition list; later the plan.
+            const bool needed =
+                before({.kind = CallKind::Allocate}) < 3 || failed.length == 8 * sizeof(kk::BackupPlanEntry);
+            return needed ? KK_STATUS_NO_MEMORY : 0;
+        }
+        const uint64_t written = before({.kind = CallKind::WriteFile, .object = "PhysicalDrive1"});
+        if (written == 0) {
+            const bool tableBuffer = failed.length == 16384 || failed.length == 512;
+            const bool list = failed.length == 8 * 128;
+            return list ? 0 : tableBuffer ? KK_STATUS_UNSUCCESSFUL : KK_STATUS_NO_MEMORY;
+        }
+        return failed.length == 0x800000 ? KK_STATUS_NO_MEMORY : 0;
+    }
+    default:
+        return 0;
+    }
+}
+
+class BackupSweepTest : public BackupFailureTest {
+protected:
+    /// One NTFS volume and one reserved partition; few volumes exist, so that a run has few calls.
+    machine::Disk& AddSmallDisk()
+    {
+        machine::Disk& disk = machine.AddDisk(16 * kMiB);
+        disk.Gpt({.partitions = {{.start = kMiB, .length = 4 * kMiB},
+                                 {.start = 8 * kMiB, .length = kMiB, .type = machine::kReservedType}}});
+        return disk.Format(kMiB, 4 * kMiB, machine::FileSystem::Ntfs);
+    }
+
+    int32_t FreshBackup(const BackupOptions& options)
+    {
+        std::filesystem::remove(ManifestPath());
+        return Backup(options);
+    }
+};
+
+TEST_F(BackupSweepTest, OwesEachFailingCallItsStatusAndLeavesNothingBehind)
+{
+    machine::Disk& disk = AddSmallDisk();
+    const BackupOptions options = {.usedBlocksOnly = 1, .useSnapshots = 1};
+
+    const uint64_t calls = SweepFailingCalls(
+        machine, FaultMode::OneCall, [&] { return FreshBackup(options); },
+        [&](const machine::CallRecord* failed, int32_t status) {
+            const int32_t owed = failed == nullptr ? 0 : OwedStatus(*failed, machine.journal);
+            EXPECT_EQ(status, owed);
+            const bool copied = owed == 0 || (failed != nullptr && failed->name == "DetachVirtualDisk");
+            EXPECT_EQ(ResultIsUntouched(), !copied);
+            EXPECT_FALSE(virtualDisks.DiskNumberOf(ImagePath()).has_value());
+            EXPECT_TRUE(snapshots.Snapshots().empty());
+            if (!copied) {
+                EXPECT_FALSE(HasManifest());
+                return;
+            }
+            EXPECT_EQ(result.partitionsCopied, 2u);
+            ExpectSameBytes(disk, 8 * kMiB, 8 * kMiB, kMiB);
+            // A run of clusters for which the list cannot grow is left out, and nobody is told.
+            const bool runLost = failed != nullptr && failed->kind == CallKind::Allocate &&
+                                 failed->length == 8 * sizeof(kk::VolumeExtent) &&
+                                 failed->index < machine.journal.First({.name = "DetachVirtualDisk"})->index;
+            EXPECT_EQ(disk.ReadBytes(kMiB, 64 * kKiB) != ImageBytes(kMiB, 64 * kKiB), runLost);
+        });
+
+    EXPECT_GT(calls, 300u);
+}
+
+TEST_F(BackupSweepTest, LeavesNothingBehindWhenEverythingFailsFromSomePointOn)
+{
+    AddSmallDisk();
+
+    SweepFailingCalls(
+        machine, FaultMode::ThatCallAndAllLater, [&] { return FreshBackup({.useSnapshots = 1, .compact = 1}); },
+        [&](const machine::CallRecord* failed, int32_t status) {
+            EXPECT_TRUE(status < 0 || failed == nullptr || !ResultIsUntouched());
+        });
+}
+
+}  // namespace

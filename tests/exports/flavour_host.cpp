@@ -1,0 +1,18 @@
+#include "exports/support/export_test.h"
+
+namespace {
+
+class LinkedLibrary final : public LibraryFlavour {
+public:
+    const machine::KestrelkitApi& Api() const override { return api_; }
+
+private:
+    machine::KestrelkitApi api_ = {.listDisks = &KkListDisks, .listPartitions = &KkListPartitions, .backup = &KkBackup};
+};
+
+}  // namespace
+
+std::unique_ptr<LibraryFlavour> MakeLibraryFlavour()
+{
+    return std::make_unique<LinkedLibrary>();
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "app.h"
+
+/// The arguments of one call of KkBackup.
+struct BackupCall {
+    uint32_t disk = 0;
+    std::u16string image;
+    bool hasPartitionNumbers = false;
+    std::vector<uint32_t> partitions;
+    uint32_t usedBlocksOnly = 0;
+    uint32_t omitRemove = 0;
+    uint32_t useSnapshots = 0;
+    std::optional<std::string> setId;  ///< none: a null pointer
+    uint32_t setIndex = 0;
+    uint32_t setCount = 0;
+    uint32_t compact = 0;
+};
+
+/// What the pretended library answers and has been asked.
+struct FakeLibrary {
+    std::vector<KkDiskInfo> disks;
+    std::vector<KkPartitionInfo> partitions;
+    KK_STATUS partitionsStatus = KK_STATUS_SUCCESS;
+    KK_STATUS backupStatus = KK_STATUS_SUCCESS;
+    std::optional<BackupResult> backupResult;  ///< none: the record stays untouched
+    std::string createdFile;                   ///< a file that KkBackup makes, if any
+
+    std::vector<uint32_t> listedDisks;
+    std::vector<BackupCall> backups;
+    std::vector<std::string> openedDisks;
+    std::string openedDll;
+    int openCount = 0;
+};
+
+/// Copies text into a field of a packed record, which may lie at an odd address, without a terminator.
+void SetText(void* field, std::u16string_view text);
+
+/// Runs command lines against the pretended library.
+class CommandLineTest : public testing::Test {
+protected:
+    CommandLineTest();
+    ~CommandLineTest() override;
+
+    /// Returns the exit code; `out` and `err` then hold what was printed.
+    int Run(const std::vector<std::string>& arguments);
+
+    FakeLibrary library;
+    bool errorIsTerminal = false;
+    std::string out;
+    std::string err;
+};

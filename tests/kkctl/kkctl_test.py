@@ -1,0 +1,279 @@
+#!/usr/bin/env python3
+"""Runs kkctl for the simulated machine on real disk files.
+
+Usage: kkctl_test.py KKCTL [DLL]
+"""
+
+import hashlib
+import json
+import os
+import pty
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+KKCTL = ""
+GLOBAL_OPTIONS = []
+MIB = 1 << 20
+EFI_START, EFI_LENGTH = 1 * MIB, 4 * MIB
+NTFS_START, NTFS_LENGTH = 8 * MIB, 40 * MIB
+DISK_SIZE = 64 * MIB
+BASIC_DATA = "ebd0a0a2-b9e5-4433-87c0-68b6b72699c7"
+
+
+def run_tool(*command, stdin=None):
+    subprocess.run(command, check=True, input=stdin, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+
+def sha256(path):
+    with open(path, "rb") as file:
+        return hashlib.sha256(file.read()).hexdigest()
+
+
+def read_range(path, start, length):
+    with open(path, "rb") as file:
+        file.seek(start)
+        return file.read(length)
+
+
+def make_gpt_disk(path):
+    """An EFI partition with a pattern in it and an NTFS volume with a file's worth of data."""
+    with open(path, "wb") as file:
+        file.truncate(DISK_SIZE)
+    run_tool("sgdisk", "-n", "1:2048:+4M", "-t", "1:EF00", "-c", "1:EFI system",
+             "-n", "2:16384:+40M", "-t", "2:0700", "-c", "2:Dat\u00e4n", path)
+    volume = path + ".ntfs"
+    with open(volume, "wb") as file:
+        file.truncate(NTFS_LENGTH)
+    run_tool("mkntfs", "-F", "-Q", "-q", "-p", str(NTFS_START // 512), "-H", "16", "-S", "63", volume)
+    payload = path + ".payload"
+    with open(payload, "wb") as file:
+        file.write(bytes(i * 37 % 251 for i in range(MIB)))
+    run_tool("ntfscp", "-f", volume, payload, "file.bin")
+    with open(path, "r+b") as disk, open(volume, "rb") as file:
+        disk.seek(EFI_START)
+        disk.write(b"pattern!" * (EFI_LENGTH // 8))
+        disk.seek(NTFS_START)
+        disk.write(file.read())
+    os.remove(volume)
+    os.remove(payload)
+
+
+def make_mbr_disk(path):
+    with open(path, "wb") as file:
+        file.truncate(DISK_SIZE)
+    table = "label: dos\nstart=2048,size=4096,type=c\nstart=8192,size=40960,type=5\nstart=10240,size=8192,type=7\n"
+    run_tool("sfdisk", path, stdin=table.encode())
+
+
+class KkctlTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="kkctl_test_")
+        cls.gpt = os.path.join(cls.folder, "gpt.raw")
+        cls.mbr = os.path.join(cls.folder, "mbr.raw")
+        cls.blank = os.path.join(cls.folder, "blank.raw")
+        make_gpt_disk(cls.gpt)
+        make_mbr_disk(cls.mbr)
+        with open(cls.blank, "wb") as file:
+            file.truncate(4 * MIB)
+        cls.hashes = {path: sha256(path) for path in (cls.gpt, cls.mbr, cls.blank)}
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.folder)
+
+    def setUp(self):
+        self.image = os.path.join(self.folder, self._testMethodName + ".vhdx")
+
+    def tearDown(self):
+        for path, digest in self.hashes.items():
+            self.assertEqual(sha256(path), digest, path + " was changed")
+
+    def run_kkctl(self, *arguments, expect=0, disks=None, **options):
+        disk_options = []
+        for disk in [self.gpt, self.mbr, self.blank] if disks is None else disks:
+            disk_options += ["--disk", disk]
+        result = subprocess.run([KKCTL, *GLOBAL_OPTIONS, *disk_options, *arguments], capture_output=True, text=True,
+                                stdin=subprocess.DEVNULL, **options)
+        self.assertEqual(result.returncode, expect, result.stdout + result.stderr)
+        if expect == 0:
+            self.assertEqual(result.stderr, "")
+        return result
+
+    def raw_copy_of(self, image):
+        raw = image + ".raw"
+        run_tool("qemu-img", "convert", "-f", "vhdx", "-O", "raw", image, raw)
+        return raw
+
+    def backup_json(self, *arguments):
+        return json.loads(self.run_kkctl("backup", *arguments, "--json").stdout)
+
+    # Listing
+
+    def test_a_machine_without_disks(self):
+        self.assertEqual(self.run_kkctl("disks", disks=[]).stdout, "There is no disk that can be read.\n")
+
+    def test_disks_in_order(self):
+        lines = self.run_kkctl("disks").stdout.splitlines()
+        self.assertEqual(lines[0].split(), ["DISK", "SIZE", "BYTES", "SECTOR", "STYLE", "PARTITIONS"])
+        self.assertEqual(lines[1].split(), ["0", "64.0", "MiB", "67108864", "512", "GPT", "2"])
+        self.assertEqual(lines[2].split(), ["1", "64.0", "MiB", "67108864", "512", "MBR", "2"])
+        self.assertEqual(lines[3].split(), ["2", "4.0", "MiB", "4194304", "512", "RAW", "0"])
+
+    def test_disks_as_json_for_jq(self):
+        output = self.run_kkctl("disks", "--json").stdout
+        jq = subprocess.run(["jq", "-c", "[.disks[] | [.number, .size, .sectorSize, .partitionStyle, "
+                             ".partitionCount]]"], input=output, capture_output=True, text=True, check=True)
+        self.assertEqual(jq.stdout.strip(), '[[0,67108864,512,"GPT",2],[1,67108864,512,"MBR",2],'
+                                            '[2,4194304,512,"RAW",0]]')
+
+    def test_partitions_of_a_gpt_disk(self):
+        lines = self.run_kkctl("partitions", "0").stdout.splitlines()
+        self.assertEqual(len(lines), 3)
+        self.assertIn("EFI system", lines[1])
+        self.assertIn("Basic data  Dat\u00e4n", lines[2])
+        self.assertIn("NTFS", lines[2])
+        self.assertIn("\\Device\\HarddiskVolume", lines[2])
+
+    def test_partitions_as_json(self):
+        document = json.loads(self.run_kkctl("partitions", "0", "--json").stdout)
+        self.assertEqual(document["disk"], 0)
+        efi, data = document["partitions"]
+        self.assertEqual((efi["number"], efi["startOffset"], efi["length"]), (1, EFI_START, EFI_LENGTH))
+        self.assertEqual((data["startOffset"], data["length"]), (NTFS_START, NTFS_LENGTH))
+        self.assertEqual((data["typeGuid"], data["typeName"]), (BASIC_DATA, "Basic data"))
+        self.assertEqual((data["name"], data["mbrType"]), ("Dat\u00e4n", 0))
+        self.assertEqual((data["fileSystemName"], data["driveLetter"]), ("NTFS", ""))
+        self.assertEqual(data["fileSystemSize"], NTFS_LENGTH - 512)
+        self.assertRegex(data["deviceName"], r"^\\Device\\HarddiskVolume\d+$")
+        self.assertRegex(data["volumePath"], r"^\\\\\?\\Volume\{[0-9a-f-]{36}\}\\$")
+
+    def test_partitions_of_an_mbr_disk_include_logical_drives(self):
+        partitions = json.loads(self.run_kkctl("--json", "partitions", "1").stdout)["partitions"]
+        self.assertEqual([(p["startOffset"], p["mbrType"], p["typeName"]) for p in partitions],
+                         [(MIB, 0x0C, "FAT32 (LBA)"), (5 * MIB, 0x07, "NTFS/exFAT")])
+
+    def test_a_disk_without_a_table_has_no_partitions(self):
+        self.assertEqual(self.run_kkctl("partitions", "2").stdout, "Disk 2 has no partitions.\n")
+
+    def test_a_missing_disk_is_a_failure(self):
+        result = self.run_kkctl("partitions", "9", expect=1)
+        self.assertEqual(result.stdout, "")
+        self.assertIn("0xC0000034 STATUS_OBJECT_NAME_NOT_FOUND", result.stderr)
+
+    # Backing up
+
+    def test_a_whole_backup_holds_the_same_partitions(self):
+        self.run_kkctl("backup", "0", self.image)
+        raw = self.raw_copy_of(self.image)
+        for start, length in ((EFI_START, EFI_LENGTH), (NTFS_START, NTFS_LENGTH)):
+            self.assertEqual(read_range(raw, start, length), read_range(self.gpt, start, length))
+        with open(self.image + ".json", encoding="utf-8") as file:
+            manifest = json.load(file)
+        self.assertEqual([p["name"] for p in manifest["partitions"]], ["EFI system", "Dat\u00e4n"])
+
+    def test_the_report_counts_sources_and_bytes(self):
+        report = self.backup_json("0", self.image)
+        self.assertEqual((report["disk"], report["image"], report["manifest"]),
+                         (0, self.image, self.image + ".json"))
+        self.assertEqual(report["partitionsCopied"], 2)
+        self.assertEqual(report["bytesCopied"], EFI_LENGTH + NTFS_LENGTH)
+        self.assertFalse(report["snapshotsRequested"] or report["snapshotsUsed"])
+        self.assertEqual(report["liveWholeCopies"] + report["rawDiskCopies"], 2)
+
+    def test_used_blocks_copy_less(self):
+        report = self.backup_json("0", self.image, "--used-blocks")
+        self.assertEqual(report["liveUsedBlockCopies"], 1)
+        self.assertLess(report["bytesCopied"], EFI_LENGTH + NTFS_LENGTH // 2)
+
+    def test_snapshots_are_used(self):
+        report = self.backup_json("0", self.image, "--snapshots", "--used-blocks")
+        self.assertTrue(report["snapshotsRequested"] and report["snapshotsUsed"])
+        self.assertEqual(report["snapshotUsedBlockCopies"], 1)
+
+    def test_options_reach_image_and_manifest(self):
+        report = self.backup_json("0", self.image, "--partitions", "2", "--compact", "--set-id", "nightly",
+                                  "--set-index", "1", "--set-count", "3")
+        self.assertEqual(report["partitionsCopied"], 1)
+        with open(self.image + ".json", encoding="utf-8") as file:
+            manifest = json.load(file)
+        self.assertEqual((manifest["backupSetId"], manifest["setDiskIndex"], manifest["setDiskCount"]),
+                         ("nightly", 1, 3))
+        self.assertEqual((manifest["compact"], manifest["omittedMode"]), (True, "remove"))
+        self.assertEqual([(p["offset"], p["originalOffset"]) for p in manifest["partitions"]], [(MIB, NTFS_START)])
+        raw = self.raw_copy_of(self.image)
+        self.assertEqual(read_range(raw, MIB, NTFS_LENGTH), read_range(self.gpt, NTFS_START, NTFS_LENGTH))
+
+    def test_each_backup_set_has_an_identifier_of_its_own(self):
+        identifiers = set()
+        for number in (1, 2):
+            image = f"{self.image}.{number}.vhdx"
+            self.run_kkctl("backup", "1", image)
+            with open(image + ".json", encoding="utf-8") as file:
+                identifiers.add(json.load(file)["backupSetId"])
+        self.assertEqual(len(identifiers), 2)
+
+    def test_relative_paths_start_from_the_current_folder(self):
+        self.run_kkctl("backup", "1", "relative.vhdx", cwd=self.folder)
+        self.assertTrue(os.path.exists(os.path.join(self.folder, "relative.vhdx")))
+        self.assertTrue(os.path.exists(os.path.join(self.folder, "relative.vhdx.json")))
+
+    def test_an_existing_file_is_never_overwritten(self):
+        with open(self.image, "wb") as file:
+            file.write(b"precious")
+        result = self.run_kkctl("backup", "1", self.image, expect=1)
+        self.assertIn("0xC0000001 KK_STATUS_UNSUCCESSFUL", result.stderr)
+        self.assertIn("exists already; a backup never overwrites a file", result.stderr)
+        with open(self.image, "rb") as file:
+            self.assertEqual(file.read(), b"precious")
+
+    def test_a_disk_without_a_table_cannot_be_backed_up(self):
+        result = self.run_kkctl("backup", "2", self.image, expect=1)
+        self.assertIn("0xC00000BB KK_STATUS_NOT_SUPPORTED", result.stderr)
+        self.assertFalse(os.path.exists(self.image))
+
+    def test_a_partition_that_is_not_there_is_refused(self):
+        result = self.run_kkctl("backup", "0", self.image, "--partitions", "2,7", expect=2)
+        self.assertIn("disk 0 has no partition 7", result.stderr)
+        self.assertFalse(os.path.exists(self.image))
+
+    # Progress
+
+    def test_progress_is_shown_on_a_terminal_only(self):
+        command = [KKCTL, *GLOBAL_OPTIONS, "--disk", self.gpt, "backup", "0", self.image]
+        terminal, program_side = pty.openpty()
+        with subprocess.Popen(command, stdout=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
+                              stderr=program_side) as process:
+            os.close(program_side)
+            shown = b""
+            try:
+                while chunk := os.read(terminal, 4096):
+                    shown += chunk
+            except OSError:  # the program's side was closed
+                pass
+        os.close(terminal)
+        self.assertEqual(process.returncode, 0)
+        self.assertRegex(shown.decode(), r"of 44\.0 MiB \(\d+ %\)")
+        self.assertTrue(shown.endswith(b" \r"), shown[-80:])
+
+    # Usage
+
+    def test_usage_errors_exit_with_two(self):
+        for arguments in ([], ["unknown"], ["partitions"], ["partitions", "x"], ["backup", "0"],
+                          ["backup", "0", self.image, "--partitions", "1,"]):
+            self.run_kkctl(*arguments, expect=2)
+        self.run_kkctl("disks", disks=["/no/such/file"], expect=2)
+
+    def test_a_missing_library_is_a_failure(self):
+        result = subprocess.run([KKCTL, "--dll", "/no/such.dll", "disks"], capture_output=True, text=True)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("/no/such.dll", result.stderr)
+
+
+if __name__ == "__main__":
+    KKCTL = os.path.abspath(sys.argv[1])
+    GLOBAL_OPTIONS = ["--dll", os.path.abspath(sys.argv[2])] if len(sys.argv) > 2 else []
+    unittest.main(argv=sys.argv[:1], verbosity=2)

@@ -1,0 +1,88 @@
+#!/usr/bin/env python3
+"""Runs kkctl.exe under Wine, a loader and system library that this project did not write.
+
+Usage: wine_test.py KKCTL_EXE
+The library must lie beside the program. Exits with 77 where there is no Wine.
+"""
+
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAM = ""
+WINE = shutil.which("wine64") or shutil.which("wine64", path="/usr/lib/wine") or shutil.which("wine")
+SKIPPED = 77
+PREFIX_SECONDS = 300  # the first start makes the prefix
+RUN_SECONDS = 60
+
+
+class WineTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="kkctl_wine_")
+        cls.environment = dict(os.environ, WINEPREFIX=os.path.join(cls.folder, "prefix"), WINEDEBUG="-all")
+        subprocess.run([WINE, PROGRAM, "--help"], env=cls.environment, stdin=subprocess.DEVNULL,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=PREFIX_SECONDS, check=True)
+
+    @classmethod
+    def tearDownClass(cls):
+        server = shutil.which("wineserver") or shutil.which("wineserver", path="/usr/lib/wine")
+        if server:
+            subprocess.run([server, "-k"], env=cls.environment, check=False)
+        shutil.rmtree(cls.folder, ignore_errors=True)
+
+    def run_kkctl(self, *arguments, expect):
+        result = subprocess.run([WINE, PROGRAM, *arguments], env=self.environment, cwd=self.folder,
+                                stdin=subprocess.DEVNULL, capture_output=True, timeout=RUN_SECONDS)
+        output, errors = result.stdout.decode(), result.stderr.decode()
+        self.assertEqual(result.returncode, expect, output + errors)
+        return output.replace("\r\n", "\n"), errors.replace("\r\n", "\n")
+
+    def test_no_disk_tells_its_layout(self):
+        output, _ = self.run_kkctl("disks", expect=0)
+        self.assertEqual(output, "There is no disk that can be read.\n")
+        output, _ = self.run_kkctl("disks", "--json", expect=0)
+        self.assertEqual(json.loads(output), {"disks": []})
+
+    def test_statuses_of_the_system_come_through(self):
+        _, errors = self.run_kkctl("partitions", "0", expect=1)
+        self.assertIn("0xC00000BB KK_STATUS_NOT_SUPPORTED", errors)
+        _, errors = self.run_kkctl("partitions", "1", expect=1)
+        self.assertIn("0xC0000034 STATUS_OBJECT_NAME_NOT_FOUND", errors)
+
+    def test_a_backup_fails_before_it_makes_a_file(self):
+        for disk, status in (("0", "0xC00000BB"), ("1", "0xC0000034")):
+            output, errors = self.run_kkctl("backup", disk, "x.vhdx", "--used-blocks", "--snapshots", expect=1)
+            self.assertEqual(output, "")
+            self.assertIn(status, errors)
+        self.assertEqual([name for name in os.listdir(self.folder) if name.startswith("x.vhdx")], [])
+
+    def test_usage_errors_exit_with_two(self):
+        for arguments in ([], ["unknown"], ["partitions"], ["partitions", "-1"], ["disks", "--disk", "f"],
+                          ["backup", "0", "\\\\server\\share\\x.vhdx"]):
+            self.run_kkctl(*arguments, expect=2)
+
+    def test_arguments_and_output_are_utf_8(self):
+        _, errors = self.run_kkctl("h\u00e4\u20ac", expect=2)
+        self.assertIn("h\u00e4\u20ac", errors)
+
+    def test_a_library_that_does_not_load_is_named(self):
+        _, errors = self.run_kkctl("--dll", "no\u00fcne.dll", "disks", expect=1)
+        self.assertIn("cannot load", errors)
+        self.assertIn("no\u00fcne.dll", errors)
+
+    def test_a_library_without_the_functions_is_refused(self):
+        _, errors = self.run_kkctl("--dll", "C:\\windows\\system32\\version.dll", "disks", expect=1)
+        self.assertIn("has no function KkListDisks", errors)
+
+
+if __name__ == "__main__":
+    if not WINE:
+        print("Wine is not installed")
+        sys.exit(SKIPPED)
+    PROGRAM = os.path.abspath(sys.argv[1])
+    unittest.main(argv=sys.argv[:1], verbosity=2)

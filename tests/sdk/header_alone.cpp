@@ -1,0 +1,3 @@
+#include "kestrelkit/kestrelkit.h"
+
+static_assert(sizeof(KkPartitionInfo) == 373);

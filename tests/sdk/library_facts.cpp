@@ -1,0 +1,37 @@
+// The library's side of the lists: the same facts, asserted of its own declarations.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "backup/volume_bitmap.h"
+#include "backup/vss_interfaces.h"
+#include "core/guid.h"
+#include "core/kernel32_api.h"
+#include "core/nt_types.h"
+#include "core/status.h"
+#include "disk/disk_controls.h"
+#include "disk/mount_manager.h"
+#include "disk/volume_controls.h"
+#include "image/virtual_disk_api.h"
+#include "partition/disk_refresh.h"
+
+#define FACT_SIZE(sdk, ours, bytes) static_assert(sizeof(ours) == (bytes), #ours);
+#define FACT_FIELD(sdk, field, ours, ourField, offset)                                                                 \
+    static_assert(offsetof(ours, ourField) == (offset), #ours "." #ourField);
+#define FACT_VALUE(sdk, ours, value) static_assert(static_cast<uint32_t>(ours) == static_cast<uint32_t>(value), #ours);
+
+#include "native_facts.inc"
+#include "service_facts.inc"
+#include "snapshot_facts.inc"
+
+// What MinGW-w64 10 lacks or has otherwise, from Microsoft's reference pages: it leaves PhysicalSectorSizeInBytes out
+// of the creation record, so that what follows is 8 bytes off there.
+static_assert(offsetof(kk::CreateVirtualDiskParameters, physicalSectorSizeInBytes) == 40);
+static_assert(offsetof(kk::CreateVirtualDiskParameters, parentPath) == 48);
+static_assert(offsetof(kk::CreateVirtualDiskParameters, sourcePath) == 56);
+static_assert(offsetof(kk::CreateVirtualDiskParameters, openFlags) == 64);
+static_assert(offsetof(kk::CreateVirtualDiskParameters, parentVirtualStorageType) == 68);
+static_assert(offsetof(kk::CreateVirtualDiskParameters, sourceVirtualStorageType) == 88);
+static_assert(offsetof(kk::CreateVirtualDiskParameters, resiliencyGuid) == 108);
+static_assert(sizeof(kk::CreateVirtualDiskParameters) == 128);
+static_assert(kk::kVirtualStorageTypeDeviceVhdx == 3);

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "machine/machine.h"
+
+enum class FaultMode { OneCall, ThatCallAndAllLater };
+
+/// Fails the 1st, then the 2nd, ... call that the machine receives from an operation, until a run gets by without
+/// meeting its fault. Each run starts from the machine as it is now, in a process of its own. After each run nothing
+/// may be left open or allocated; `check` is given the call that failed (null in the last run) and the operation's
+/// status. Returns how many calls can fail.
+uint64_t SweepFailingCalls(machine::Machine& machine, FaultMode mode, const std::function<int32_t()>& operation,
+                           const std::function<void(const machine::CallRecord* failed, int32_t status)>& check);

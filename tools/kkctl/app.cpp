@@ -1,0 +1,79 @@
+#include "app.h"
+
+#include <CLI/CLI.hpp>
+
+#include "commands/backup.h"
+#include "commands/disks.h"
+#include "commands/partitions.h"
+#include "host_options.h"
+
+namespace kkctl {
+
+namespace {
+
+constexpr void (*kCommands[])(CLI::App& app, Context& context) = {AddDisks, AddPartitions, AddBackup};
+
+void AddGlobalOptions(CLI::App& app, Context& context)
+{
+    app.add_flag("--json", context.json, "Print JSON instead of tables");
+    app.add_flag("--yes,-y", context.assumeYes, "Do not ask before a command that destroys data");
+    app.add_option("--dll", context.kitOptions.dll, "The library to load instead of the one that came along")
+        ->type_name("FILE");
+    AddHostOptions(app, context.kitOptions);
+}
+
+/// Help is a parse that ended early, too.
+int ReportParse(const CLI::App& app, const CLI::ParseError& error, const Environment& environment)
+{
+    const std::vector<std::string> unknown = app.remaining();
+    if (app.get_subcommands().empty() && !unknown.empty() && error.get_exit_code() != 0) {
+        environment.err << "kkctl: there is no command or option " << unknown.front()
+                        << "\nRun with --help for more information.\n";
+        return kExitUsage;
+    }
+    return app.exit(error, environment.out, environment.err) == 0 ? kExitSuccess : kExitUsage;
+}
+
+int RunCommand(const Context& context)
+{
+    try {
+        const int exitCode = context.command();
+        context.Out().flush();
+        if (!context.Out()) {
+            context.Err() << "kkctl: the output could not be written\n";
+            return kExitFailure;
+        }
+        return exitCode;
+    } catch (const PathError& error) {
+        context.Err() << "kkctl: " << error.what() << '\n';
+        return kExitUsage;
+    } catch (const std::exception& error) {
+        context.Err() << "kkctl: " << error.what() << '\n';
+        return kExitFailure;
+    }
+}
+
+}  // namespace
+
+int RunCommandLine(const std::vector<std::string>& arguments, const Environment& environment)
+{
+    Context context(environment);
+    CLI::App app("Backs up disks into VHDX images.", "kkctl");
+    AddGlobalOptions(app, context);
+    app.fallthrough();  // global options may stand behind the command too
+    app.require_subcommand(1);
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return "kkctl: " + CLI::FailureMessage::simple(failed, error);
+    });
+    for (const auto addCommand : kCommands) {
+        addCommand(app, context);
+    }
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ParseError& error) {
+        return ReportParse(app, error, environment);
+    }
+    return RunCommand(context);
+}
+
+}  // namespace kkctl

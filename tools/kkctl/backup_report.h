@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include <kestrelkit/kestrelkit.h>
+
+namespace kkctl {
+
+/// A finished backup and where it went.
+struct BackupReport {
+    uint32_t disk = 0;
+    std::string image;     ///< the path as the user gave it
+    std::string manifest;  ///< the file that the library writes beside the image
+    BackupResult result = {};
+};
+
+void PrintBackupJson(std::ostream& out, const BackupReport& report);
+
+void PrintBackupText(std::ostream& out, const BackupReport& report);
+
+}  // namespace kkctl

@@ -1,0 +1,79 @@
+#include "disks.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "context.h"
+#include "inventory.h"
+#include "sizes.h"
+#include "table.h"
+
+namespace kkctl {
+
+namespace {
+
+const char* StyleName(uint32_t style)
+{
+    switch (style) {
+    case KK_PARTITION_STYLE_MBR:
+        return "MBR";
+    case KK_PARTITION_STYLE_GPT:
+        return "GPT";
+    default:
+        return "RAW";
+    }
+}
+
+void PrintJson(std::ostream& out, const std::vector<Disk>& disks)
+{
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const Disk& disk : disks) {
+        list.push_back({{"number", disk.number},
+                        {"size", disk.size},
+                        {"sectorSize", disk.sectorSize},
+                        {"partitionStyle", StyleName(disk.partitionStyle)},
+                        {"partitionCount", disk.partitionCount}});
+    }
+    out << nlohmann::ordered_json{{"disks", list}}.dump(2) << '\n';
+}
+
+void PrintTable(std::ostream& out, const std::vector<Disk>& disks)
+{
+    if (disks.empty()) {
+        out << "There is no disk that can be read.\n";
+        return;
+    }
+    Table table({{"DISK", Align::Right},
+                 {"SIZE", Align::Right},
+                 {"BYTES", Align::Right},
+                 {"SECTOR", Align::Right},
+                 {"STYLE"},
+                 {"PARTITIONS", Align::Right}});
+    for (const Disk& disk : disks) {
+        table.AddRow({std::to_string(disk.number), FormatSize(disk.size), std::to_string(disk.size),
+                      std::to_string(disk.sectorSize), StyleName(disk.partitionStyle),
+                      std::to_string(disk.partitionCount)});
+    }
+    table.Print(out);
+}
+
+int ShowDisks(Context& context)
+{
+    std::vector<Disk> disks;
+    const KK_STATUS status = ListDisks(context.OpenedKit(), disks);
+    if (status < 0) {
+        return context.Fail("listing the disks", status);
+    }
+    context.json ? PrintJson(context.Out(), disks) : PrintTable(context.Out(), disks);
+    return kExitSuccess;
+}
+
+}  // namespace
+
+void AddDisks(CLI::App& app, Context& context)
+{
+    CLI::App* const command = app.add_subcommand("disks", "List the physical disks");
+    command->callback([&context] { context.command = [&context] { return ShowDisks(context); }; });
+}
+
+}  // namespace kkctl

@@ -1,0 +1,14 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace kkctl {
+
+class Context;
+
+/// Adds the command `partitions`: lists one disk's partitions.
+void AddPartitions(CLI::App& app, Context& context);
+
+}  // namespace kkctl

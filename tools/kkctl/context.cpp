@@ -1,0 +1,21 @@
+#include "context.h"
+
+#include "status_names.h"
+
+namespace kkctl {
+
+Kit& Context::OpenedKit()
+{
+    if (!kit_) {
+        kit_ = environment_.openKit(kitOptions);
+    }
+    return *kit_;
+}
+
+int Context::Fail(const std::string& what, KK_STATUS status) const
+{
+    Err() << "kkctl: " << what << ": " << DescribeStatus(status) << '\n';
+    return kExitFailure;
+}
+
+}  // namespace kkctl

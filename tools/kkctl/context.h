@@ -1,0 +1,47 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <ostream>
+
+#include "kit.h"
+
+namespace kkctl {
+
+/// Exit codes, for scripts to rely on.
+enum ExitCode : int { kExitSuccess = 0, kExitFailure = 1, kExitUsage = 2 };
+
+/// What a run of the program stands on; tests bring their own.
+struct Environment {
+    std::function<std::unique_ptr<Kit>(const KitOptions&)> openKit;
+    std::ostream& out;
+    std::ostream& err;
+    bool errorIsTerminal = false;
+};
+
+/// The state that the global options fill and the commands use.
+class Context {
+public:
+    explicit Context(const Environment& environment) : environment_(environment) {}
+
+    /// The library, loaded at the first use so that help needs none. Throws KitError.
+    Kit& OpenedKit();
+
+    std::ostream& Out() const { return environment_.out; }
+    std::ostream& Err() const { return environment_.err; }
+    bool ErrorIsTerminal() const { return environment_.errorIsTerminal; }
+
+    /// Reports a failed call on the error stream; returns the exit code.
+    int Fail(const std::string& what, KK_STATUS status) const;
+
+    KitOptions kitOptions;
+    bool json = false;
+    bool assumeYes = false;        ///< for commands that destroy data: do not ask
+    std::function<int()> command;  ///< the chosen command with its arguments, ready to run
+
+private:
+    Environment environment_;
+    std::unique_ptr<Kit> kit_;
+};
+
+}  // namespace kkctl

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <kestrelkit/kestrelkit.h>
+
+namespace kkctl {
+
+/// UTF-16 text as the library takes it: of `char16_t` on the host, of `wchar_t` on Windows.
+using WideString = std::basic_string<KkWideChar>;
+
+/// The library's functions, found by name in the DLL that was loaded.
+struct Exports {
+    decltype(&KkListDisks) listDisks = nullptr;
+    decltype(&KkListPartitions) listPartitions = nullptr;
+    decltype(&KkBackup) backup = nullptr;
+
+    /// Shows every slot with its function's name to `visit`.
+    template <typename Visitor>
+    void ForEach(Visitor visit)
+    {
+        visit("KkListDisks", listDisks);
+        visit("KkListPartitions", listPartitions);
+        visit("KkBackup", backup);
+    }
+};
+
+/// What the command line says about the library and the machine it works on.
+struct KitOptions {
+    std::vector<std::string> disks;  ///< files that are disks 0, 1, ... of the simulated machine
+    std::string dll;                 ///< the library's file; empty for the usual place
+};
+
+/// The library or its machine could not be made ready.
+class KitError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A path that cannot be handed to the library.
+class PathError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The loaded library, and what depends on where the program runs.
+class Kit {
+public:
+    Kit() = default;
+    Kit(const Kit&) = delete;
+    Kit& operator=(const Kit&) = delete;
+    virtual ~Kit() = default;
+
+    const Exports& Calls() const { return exports_; }
+
+    /// Gives a user's file path the absolute form that the library needs, or throws PathError.
+    virtual WideString ToLibraryPath(const std::string& path) const = 0;
+
+    /// Bytes put so far into the image that a backup is writing to `path`. For any thread, also during a call.
+    virtual uint64_t ImageBytesWritten(const std::string& path) const = 0;
+
+protected:
+    Exports exports_;
+};
+
+/// Loads the library; throws KitError. Defined once for Windows and once for the simulated machine.
+std::unique_ptr<Kit> OpenKit(const KitOptions& options);
+
+}  // namespace kkctl

@@ -1,0 +1,86 @@
+#include "kit.h"
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+
+#include "counting_images.h"
+#include "machine/machine.h"
+#include "machine/pe_loader.h"
+#include "machine/snapshot_service.h"
+#include "machine/virtual_disk_service.h"
+#include "machine_paths.h"
+
+namespace kkctl {
+
+namespace {
+
+/// The library of the same build, which lies in a folder beside the program's.
+std::string DllOfThisBuild()
+{
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+    return (program.parent_path().parent_path() / "dll" / "KestrelkitCore.dll").string();
+}
+
+int64_t HostTime()
+{
+    constexpr int64_t kUnitsPerSecond = 10'000'000;
+    constexpr int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+    const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+    return kSecondsFrom1601To1970 * kUnitsPerSecond +
+           std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch).count() / 100;
+}
+
+/// The shipped DLL in a simulated machine whose disks are files of the host.
+class MachineKit : public Kit {
+public:
+    explicit MachineKit(const KitOptions& options)
+    {
+        machine_.SetFailureHandler(
+            [](const std::string& breach) { std::cerr << "kkctl: machine: " << breach << '\n'; });
+        machine_.journal.SetRecording(false);
+        machine_.heap.SetFast(true);
+        machine_.clock.SetTime(HostTime());
+        machine_.random.SetProcessWideTable(true);
+        for (const std::string& disk : options.disks) {
+            // Nothing here writes to a source disk, so a mistake cannot either.
+            machine_.AddDiskFile(disk, {.readOnly = true});
+        }
+        machine::InstallVirtualDiskService(machine_, std::make_shared<CountingImages>([this](uint64_t bytes) {
+                                               imageBytesWritten_ += bytes;
+                                               machine_.clock.SetTime(HostTime());
+                                           }));
+        machine::InstallSnapshotService(machine_);
+        Load(options.dll.empty() ? DllOfThisBuild() : options.dll);
+    }
+
+    WideString ToLibraryPath(const std::string& path) const override { return MachinePath(path); }
+
+    uint64_t ImageBytesWritten(const std::string&) const override { return imageBytesWritten_; }
+
+private:
+    void Load(const std::string& file)
+    {
+        dll_ = std::make_unique<machine::LoadedDll>(file);
+        exports_.ForEach([&](const char* function, auto& slot) {
+            slot = dll_->Export<std::remove_reference_t<decltype(slot)>>(function);
+            if (slot == nullptr) {
+                throw KitError(file + " has no function " + function);
+            }
+        });
+    }
+
+    std::atomic<uint64_t> imageBytesWritten_ = 0;  // read by the thread that shows progress
+    machine::Machine machine_;
+    std::unique_ptr<machine::LoadedDll> dll_;
+};
+
+}  // namespace
+
+std::unique_ptr<Kit> OpenKit(const KitOptions& options)
+{
+    return std::make_unique<MachineKit>(options);
+}
+
+}  // namespace kkctl

@@ -1,0 +1,50 @@
+#include "platform.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <stop_token>
+#include <thread>
+
+#include <unistd.h>
+
+namespace kkctl {
+
+std::vector<std::string> ProgramArguments(int argc, char** argv)
+{
+    return {argv + (argc > 0 ? 1 : 0), argv + argc};
+}
+
+bool ErrorIsTerminal()
+{
+    return isatty(STDERR_FILENO) != 0;
+}
+
+Utf8Console::Utf8Console() = default;
+Utf8Console::~Utf8Console() = default;
+
+struct Ticker::State {
+    std::chrono::milliseconds period;
+    std::function<void()> tick;
+    std::mutex mutex;
+    std::condition_variable_any wake;
+    std::jthread thread;  // last, so that it ends before what it uses
+
+    void Run(const std::stop_token& stop)
+    {
+        std::unique_lock lock(mutex);
+        while (!wake.wait_for(lock, stop, period, [&stop] { return stop.stop_requested(); })) {
+            tick();
+        }
+    }
+};
+
+Ticker::Ticker(std::chrono::milliseconds period, std::function<void()> tick) : state_(std::make_unique<State>())
+{
+    state_->period = period;
+    state_->tick = std::move(tick);
+    state_->thread = std::jthread([state = state_.get()](const std::stop_token& stop) { state->Run(stop); });
+}
+
+Ticker::~Ticker() = default;
+
+}  // namespace kkctl

@@ -1,0 +1,120 @@
+#include "status_names.h"
+
+#include <cstdio>
+
+namespace kkctl {
+
+namespace {
+
+struct StatusName {
+    uint32_t value;
+    const char* name;
+    const char* meaning;
+};
+
+constexpr uint32_t Value(KK_STATUS status)
+{
+    return static_cast<uint32_t>(status);
+}
+
+/// The library's own statuses under the names of its header, then the system's.
+constexpr StatusName kStatusNames[] = {
+    {Value(KK_STATUS_SUCCESS), "KK_STATUS_SUCCESS", "success"},
+    {Value(KK_STATUS_UNSUCCESSFUL), "KK_STATUS_UNSUCCESSFUL",
+     "a write made no progress, or an image could not be created, attached or detached"},
+    {Value(KK_STATUS_INVALID_PARAMETER), "KK_STATUS_INVALID_PARAMETER", "an argument is not valid"},
+    {Value(KK_STATUS_END_OF_FILE), "KK_STATUS_END_OF_FILE", "a read ended before the wanted bytes were there"},
+    {Value(KK_STATUS_NO_MEMORY), "KK_STATUS_NO_MEMORY", "memory ran out"},
+    {Value(KK_STATUS_NOT_SUPPORTED), "KK_STATUS_NOT_SUPPORTED",
+     "the operation does not apply, or the device does not support it"},
+    {Value(KK_STATUS_NOT_FOUND), "KK_STATUS_NOT_FOUND", "a system library or one of its functions is missing"},
+
+    {0x80000005, "STATUS_BUFFER_OVERFLOW", "the answer did not fit its buffer"},
+    {0xC0000002, "STATUS_NOT_IMPLEMENTED", "the system does not implement this request"},
+    {0xC0000003, "STATUS_INVALID_INFO_CLASS", "the object does not know this kind of information"},
+    {0xC0000004, "STATUS_INFO_LENGTH_MISMATCH", "a buffer has the wrong length"},
+    {0xC0000008, "STATUS_INVALID_HANDLE", "a handle is not valid"},
+    {0xC000000E, "STATUS_NO_SUCH_DEVICE", "the device does not exist"},
+    {0xC000000F, "STATUS_NO_SUCH_FILE", "the file does not exist"},
+    {0xC0000010, "STATUS_INVALID_DEVICE_REQUEST", "the device does not take this request"},
+    {0xC0000013, "STATUS_NO_MEDIA_IN_DEVICE", "there is no medium in the drive"},
+    {0xC0000015, "STATUS_NONEXISTENT_SECTOR", "the sector lies past the end of the disk"},
+    {0xC0000021, "STATUS_ALREADY_COMMITTED", "the range is in use already"},
+    {0xC0000022, "STATUS_ACCESS_DENIED", "access is denied; disks and volumes need an elevated process"},
+    {0xC0000023, "STATUS_BUFFER_TOO_SMALL", "a buffer is too small"},
+    {0xC0000024, "STATUS_OBJECT_TYPE_MISMATCH", "the name belongs to an object of another kind"},
+    {0xC000002A, "STATUS_NOT_LOCKED", "the volume is not locked"},
+    {0xC0000033, "STATUS_OBJECT_NAME_INVALID", "the name is not valid"},
+    {0xC0000034, "STATUS_OBJECT_NAME_NOT_FOUND", "there is no disk, volume or file of this name"},
+    {0xC0000035, "STATUS_OBJECT_NAME_COLLISION", "a file of this name exists already"},
+    {0xC000003A, "STATUS_OBJECT_PATH_NOT_FOUND", "the folder does not exist"},
+    {0xC000003B, "STATUS_OBJECT_PATH_SYNTAX_BAD", "the path is not well-formed"},
+    {0xC000003E, "STATUS_DATA_ERROR", "the data could not be read from the device"},
+    {0xC0000043, "STATUS_SHARING_VIOLATION", "the file or device is in use by another program"},
+    {0xC0000056, "STATUS_DELETE_PENDING", "the file is about to be deleted"},
+    {0xC0000061, "STATUS_PRIVILEGE_NOT_HELD", "the process lacks a privilege"},
+    {0xC000007A, "STATUS_PROCEDURE_NOT_FOUND", "a system library lacks a function"},
+    {0xC000007F, "STATUS_DISK_FULL", "the disk is full"},
+    {0xC000009A, "STATUS_INSUFFICIENT_RESOURCES", "the system ran out of resources"},
+    {0xC000009C, "STATUS_DEVICE_DATA_ERROR", "the device reported a bad sector"},
+    {0xC000009D, "STATUS_DEVICE_NOT_CONNECTED", "the device is not connected"},
+    {0xC00000A2, "STATUS_MEDIA_WRITE_PROTECTED", "the disk is write-protected"},
+    {0xC00000B5, "STATUS_IO_TIMEOUT", "the device did not answer in time"},
+    {0xC00000BA, "STATUS_FILE_IS_A_DIRECTORY", "the name is that of a folder"},
+    {0xC00000CB, "STATUS_BAD_DEVICE_TYPE", "the device is of the wrong kind"},
+    {0xC0000103, "STATUS_NOT_A_DIRECTORY", "the name is not that of a folder"},
+    {0xC0000135, "STATUS_DLL_NOT_FOUND", "a system library is missing"},
+    {0xC0000139, "STATUS_ENTRYPOINT_NOT_FOUND", "a system library lacks a function"},
+    {0xC0000185, "STATUS_IO_DEVICE_ERROR", "the device reported an error"},
+    {0xC000026E, "STATUS_VOLUME_DISMOUNTED", "the volume is dismounted"},
+
+    {0x80004001, "E_NOTIMPL", "the system does not implement this request"},
+    {0x80070002, "HRESULT of ERROR_FILE_NOT_FOUND", "the file does not exist"},
+    {0x80070003, "HRESULT of ERROR_PATH_NOT_FOUND", "the folder does not exist"},
+    {0x80070005, "HRESULT of ERROR_ACCESS_DENIED", "access is denied"},
+    {0x80070015, "HRESULT of ERROR_NOT_READY", "the device is not ready"},
+    {0x80070020, "HRESULT of ERROR_SHARING_VIOLATION", "the file is in use by another program"},
+    {0x80070037, "HRESULT of ERROR_DEV_NOT_EXIST", "the virtual disk is not attached"},
+    {0x80070050, "HRESULT of ERROR_FILE_EXISTS", "the file exists already"},
+    {0x80070057, "HRESULT of ERROR_INVALID_PARAMETER", "an argument is not valid"},
+    {0x80070070, "HRESULT of ERROR_DISK_FULL", "the disk is full"},
+    {0x80070078, "HRESULT of ERROR_CALL_NOT_IMPLEMENTED", "the system does not implement this request"},
+    {0x8007007A, "HRESULT of ERROR_INSUFFICIENT_BUFFER", "a buffer is too small"},
+    {0x80070091, "HRESULT of ERROR_DIR_NOT_EMPTY", "the folder is not empty"},
+    {0x800700B7, "HRESULT of ERROR_ALREADY_EXISTS", "the file exists already"},
+    {0x80070522, "HRESULT of ERROR_PRIVILEGE_NOT_HELD", "the process lacks a privilege"},
+    {0x80070570, "HRESULT of ERROR_FILE_CORRUPT", "the file is damaged"},
+    {0xC03A0004, "ERROR_VHD_FORMAT_UNKNOWN", "the file is not in a known virtual-disk format"},
+    {0xC03A0014, "ERROR_VIRTDISK_PROVIDER_NOT_FOUND", "the system has no support for this kind of virtual disk"},
+    {0xC03A0015, "ERROR_VIRTDISK_NOT_VIRTUAL_DISK", "the disk is not a virtual disk"},
+};
+
+constexpr bool AllDifferent()
+{
+    for (const StatusName& one : kStatusNames) {
+        for (const StatusName& other : kStatusNames) {
+            if (&one != &other && one.value == other.value) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+static_assert(AllDifferent(), "a status has one name");
+
+}  // namespace
+
+std::string DescribeStatus(KK_STATUS status)
+{
+    const uint32_t value = Value(status);
+    char number[11];
+    (void)std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(value));
+    for (const StatusName& known : kStatusNames) {
+        if (known.value == value) {
+            return std::string(number) + " " + known.name + " (" + known.meaning + ")";
+        }
+    }
+    return std::string(number) + (status < 0 ? " (a status of the system without a name here)" : " (success)");
+}
+
+}  // namespace kkctl

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+#include <kestrelkit/kestrelkit.h>
+
+namespace kkctl {
+
+/// A status for people: "0xC00000BB KK_STATUS_NOT_SUPPORTED (the operation does not apply here)".
+std::string DescribeStatus(KK_STATUS status);
+
+}  // namespace kkctl
