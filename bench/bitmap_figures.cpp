@@ -68,7 +68,7 @@ Figure MeasureScan(const Settings& settings, const Case& one)
         const ScanTimes times = TimesAfterRequest(volume.Calls());
         heapSeconds.push_back(times.heap);
         heapCalls = times.heapCalls;
-        return times.library;
+        return Cost{times.library};
     };
     const auto peer = [&] {
         answer = pattern->bytes;  // as warm as the library finds it: just written
@@ -76,7 +76,7 @@ Figure MeasureScan(const Settings& settings, const Case& one)
         const std::vector<kk::VolumeExtent> extents = ScanBitByBit(answer, pattern->clusterCount, kClusterBytes);
         const double seconds = NowSeconds() - started;
         runs = extents.size();
-        return seconds;
+        return Cost{seconds};
     };
     figure.pairs = MeasurePairs(kWarmUps, settings.shortPairs, ours, peer);
     figure.work = {.bytes = pattern->bytes.size(), .heapBytes = volume.PeakHeapBytes()};

@@ -30,8 +30,8 @@ public:
         }
     }
 
-    /// Seconds of one backup. Throws unless it did the same as the ones before.
-    double Run(bool usedBlocksOnly)
+    /// The cost of one backup. Throws unless it did the same as the ones before.
+    Cost Run(bool usedBlocksOnly)
     {
         std::filesystem::remove(image_.string() + ".json");
         const BackupRun run = library_.Backup(image_, usedBlocksOnly);
@@ -45,7 +45,7 @@ public:
             throw std::runtime_error("two backups of the same disk did not do the same");
         }
         work_ = work;
-        return run.seconds;
+        return run.cost;
     }
 
     const std::filesystem::path& Source() const { return source_; }
@@ -64,7 +64,7 @@ private:
 };
 
 /// The library flushes the image at its end, so the peer has to as well.
-double CopyByDd(const DiskBackup& backup)
+Cost CopyByDd(const DiskBackup& backup)
 {
     const std::string start = std::to_string(backup.Start());
     return TimeCommand({"dd", "if=" + backup.Source().string(), "of=" + backup.Image().string(), "bs=8M",

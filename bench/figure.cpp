@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 
 namespace bench {
 
@@ -20,17 +21,24 @@ double NowSeconds()
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+double ThreadCpuSeconds()
+{
+    timespec time = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
 double Figure::OursSeconds() const
 {
     std::vector<double> times;
-    std::transform(pairs.begin(), pairs.end(), std::back_inserter(times), [](const Pair& p) { return p.oursSeconds; });
+    std::transform(pairs.begin(), pairs.end(), std::back_inserter(times), [](const Pair& p) { return p.ours.seconds; });
     return Median(std::move(times));
 }
 
 double Figure::PeerSeconds() const
 {
     std::vector<double> times;
-    std::transform(pairs.begin(), pairs.end(), std::back_inserter(times), [](const Pair& p) { return p.peerSeconds; });
+    std::transform(pairs.begin(), pairs.end(), std::back_inserter(times), [](const Pair& p) { return p.peer.seconds; });
     return Median(std::move(times));
 }
 
@@ -39,7 +47,7 @@ std::vector<double> Figure::Ratios() const
     const bool ofSpeeds = gate.kind == Gate::Kind::SpeedRatioAtLeast;
     std::vector<double> ratios;
     std::transform(pairs.begin(), pairs.end(), std::back_inserter(ratios), [&](const Pair& pair) {
-        return ofSpeeds ? pair.peerSeconds / pair.oursSeconds : pair.oursSeconds / pair.peerSeconds;
+        return ofSpeeds ? pair.peer.seconds / pair.ours.seconds : pair.ours.seconds / pair.peer.seconds;
     });
     return ratios;
 }
@@ -61,6 +69,18 @@ double Figure::HighestRatio() const
     return *std::max_element(ratios.begin(), ratios.end());
 }
 
+std::optional<double> Figure::CpuTimeRatio() const
+{
+    std::vector<double> ratios;
+    for (const Pair& pair : pairs) {
+        if (pair.peer.cpuSeconds == 0) {
+            return std::nullopt;
+        }
+        ratios.push_back(pair.ours.cpuSeconds / pair.peer.cpuSeconds);
+    }
+    return Median(std::move(ratios));
+}
+
 std::optional<bool> Figure::Passes() const
 {
     switch (gate.kind) {
@@ -76,8 +96,8 @@ std::optional<bool> Figure::Passes() const
     return std::nullopt;
 }
 
-std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function<double()>& ours,
-                               const std::function<double()>& peer)
+std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function<Cost()>& ours,
+                               const std::function<Cost()>& peer)
 {
     for (size_t i = 0; i < warmUps; ++i) {
         (void)ours();
@@ -87,11 +107,11 @@ std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function
     for (size_t i = 0; i < pairs; ++i) {
         Pair pair = {};
         if (i % 2 == 0) {
-            pair.oursSeconds = ours();
-            pair.peerSeconds = peer();
+            pair.ours = ours();
+            pair.peer = peer();
         } else {
-            pair.peerSeconds = peer();
-            pair.oursSeconds = ours();
+            pair.peer = peer();
+            pair.ours = ours();
         }
         measured.push_back(pair);
     }

@@ -18,10 +18,16 @@ struct Work {
     bool operator==(const Work&) const = default;
 };
 
-/// Two times that were taken right after one another.
+/// What one run took.
+struct Cost {
+    double seconds = 0;
+    double cpuSeconds = 0;  // of the processor; 0: not looked at
+};
+
+/// Two runs right after one another.
 struct Pair {
-    double oursSeconds;
-    double peerSeconds;
+    Cost ours;
+    Cost peer;
 };
 
 /// What a figure is held against.
@@ -52,6 +58,8 @@ struct Figure {
     double Ratio() const;
     double LowestRatio() const;
     double HighestRatio() const;
+    /// The median ratio of processor times, which other programs disturb less. Nothing when they were not taken.
+    std::optional<double> CpuTimeRatio() const;
     /// Nothing when there is no gate.
     std::optional<bool> Passes() const;
 
@@ -62,11 +70,14 @@ private:
 double Median(std::vector<double> values);
 
 /// Runs both sides untimed `warmUps` times, then `pairs` times, each pair in the other order than the one before.
-/// Either side returns its own time.
-std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function<double()>& ours,
-                               const std::function<double()>& peer);
+/// Either side returns its own cost.
+std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function<Cost()>& ours,
+                               const std::function<Cost()>& peer);
 
 /// A clock that never goes back.
 double NowSeconds();
+
+/// The processor time that this thread has had.
+double ThreadCpuSeconds();
 
 }  // namespace bench

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "core/nt.h"
+#include "aligned_heap.h"
 
 namespace bench {
 
@@ -13,7 +13,7 @@ HeapProbe* theProbe = nullptr;
 
 void* KK_CALL AllocateWatched(void* heap, uint32_t flags, uint64_t size)
 {
-    void* const block = RtlAllocateHeap(heap, flags, size);
+    void* const block = AllocateAligned(heap, flags, size);
     theProbe->NoteAllocation(size, block);
     return block;
 }
@@ -21,7 +21,7 @@ void* KK_CALL AllocateWatched(void* heap, uint32_t flags, uint64_t size)
 uint8_t KK_CALL FreeWatched(void* heap, uint32_t flags, void* block)
 {
     theProbe->NoteFree(block);
-    return RtlFreeHeap(heap, flags, block);
+    return FreeAligned(heap, flags, block);
 }
 
 }  // namespace
@@ -99,7 +99,7 @@ void HeapProbe::NoteFree(void* block)
         return;
     }
     if (block == list_ && grownList_ != nullptr) {
-        copy_.oursSeconds = NowSeconds() - copyStart_;
+        copy_.ours.seconds = NowSeconds() - copyStart_;
         if (!peerFirst_) {
             MeasurePeerCopy();
         }
@@ -121,7 +121,7 @@ void HeapProbe::MeasurePeerCopy()
 {
     const double started = NowSeconds();
     std::memcpy(grownList_, list_, kBlockBytes);
-    copy_.peerSeconds = NowSeconds() - started;
+    copy_.peer.seconds = NowSeconds() - started;
 }
 
 }  // namespace bench

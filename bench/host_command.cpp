@@ -3,14 +3,22 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "figure.h"
-
 namespace bench {
 
-double TimeCommand(const std::vector<std::string>& words)
+namespace {
+
+double SecondsOf(const timeval& time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+}
+
+}  // namespace
+
+Cost TimeCommand(const std::vector<std::string>& words)
 {
     std::vector<char*> arguments;
     for (const std::string& word : words) {
@@ -27,13 +35,14 @@ double TimeCommand(const std::vector<std::string>& words)
     const double started = NowSeconds();
     const int error = posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
     int status = 0;
-    const bool ended = error == 0 && waitpid(process, &status, 0) == process;
+    rusage usage = {};
+    const bool ended = error == 0 && wait4(process, &status, 0, &usage) == process;
     const double seconds = NowSeconds() - started;
     posix_spawn_file_actions_destroy(&actions);
     if (!ended || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         throw std::runtime_error("this command failed: " + words[0]);
     }
-    return seconds;
+    return {seconds, SecondsOf(usage.ru_utime) + SecondsOf(usage.ru_stime)};
 }
 
 }  // namespace bench

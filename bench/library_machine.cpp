@@ -35,9 +35,10 @@ BackupRun LibraryMachine::Backup(const std::filesystem::path& image, bool usedBl
     machine_.journal.Clear();
     machine_.heap.ResetCounters();
     BackupRun run;
+    const double cpuStarted = ThreadCpuSeconds();
     const double started = NowSeconds();
     run.status = api_.backup(0, path.c_str(), nullptr, 0, usedBlocksOnly ? 1 : 0, 0, 0, "bench", 0, 1, 0, &run.result);
-    run.seconds = NowSeconds() - started;
+    run.cost = {NowSeconds() - started, ThreadCpuSeconds() - cpuStarted};
     return run;
 }
 

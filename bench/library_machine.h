@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "aligned_heap.h"
 #include "figure.h"
 #include "machine/kestrelkit_api.h"
 #include "machine/machine.h"
@@ -14,7 +15,7 @@ namespace bench {
 struct BackupRun {
     KK_STATUS status = 0;
     BackupResult result = {};
-    double seconds = 0;
+    Cost cost = {};
 };
 
 /// A fresh copy of the shipped DLL in a machine of its own. Heap blocks are not filled with patterns, which would be
@@ -22,7 +23,7 @@ struct BackupRun {
 class LibraryMachine {
 public:
     LibraryMachine(const std::filesystem::path& dll, std::shared_ptr<machine::VirtualDiskBackEnd> images,
-                   machine::ImportResolver resolver = machine::ResolveFromNtdll);
+                   machine::ImportResolver resolver = ResolverWithAlignedHeap());
 
     machine::Machine& Nt() { return machine_; }
     const std::vector<machine::CallRecord>& Calls() const { return machine_.journal.Records(); }

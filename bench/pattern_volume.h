@@ -15,7 +15,7 @@ namespace bench {
 class PatternVolume {
 public:
     PatternVolume(const Settings& settings, std::shared_ptr<const BitmapPattern> pattern,
-                  machine::ImportResolver resolver = machine::ResolveFromNtdll);
+                  machine::ImportResolver resolver = ResolverWithAlignedHeap());
 
     /// Has the library back up the clusters in use. Throws when that ends in another way than it must.
     void Run();

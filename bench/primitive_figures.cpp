@@ -48,7 +48,7 @@ std::vector<Figure> MeasurePrimitives(const Settings& settings)
         probe.Begin(i % 2 == 1);
         volume.Run();
         if (i >= kWarmUps) {
-            fill.pairs.push_back({FillSeconds(probe, volume.Calls()), probe.PeerFillSeconds()});
+            fill.pairs.push_back({{FillSeconds(probe, volume.Calls())}, {probe.PeerFillSeconds()}});
             copy.pairs.push_back(probe.Copy());
         }
     }

@@ -52,6 +52,12 @@ std::string RatioText(const Figure& figure)
                   figure.HighestRatio());
 }
 
+std::string CpuText(const Figure& figure)
+{
+    const std::optional<double> ratio = figure.CpuTimeRatio();
+    return ratio ? Format(", processor time %.2f", *ratio) : "";
+}
+
 std::string WorkText(const Work& work)
 {
     std::string text = Format("%.1f MiB", static_cast<double>(work.bytes) / (1 << 20));
@@ -92,6 +98,7 @@ nlohmann::ordered_json JsonOf(const Figure& figure)
         {"highestRatio", figure.HighestRatio()},
         {"gate", figure.gate.kind == Gate::Kind::None ? nullptr : nlohmann::ordered_json(GateText(figure.gate))},
         {"passes", nullptr},
+        {"cpuTimeRatio", nullptr},
         {"bytes", figure.work.bytes},
         {"reads", figure.work.reads},
         {"writes", figure.work.writes},
@@ -101,6 +108,9 @@ nlohmann::ordered_json JsonOf(const Figure& figure)
     };
     if (const std::optional<bool> passes = figure.Passes()) {
         item["passes"] = *passes;
+    }
+    if (const std::optional<double> ratio = figure.CpuTimeRatio()) {
+        item["cpuTimeRatio"] = *ratio;
     }
     return item;
 }
@@ -124,8 +134,8 @@ std::string TableText(const std::vector<Figure>& figures)
             Format("%-38s %10s  %-15s %10s  %-26s %-14s %s\n", figure.title.c_str(),
                    TimeText(figure.OursSeconds()).c_str(), figure.peer.c_str(), TimeText(figure.PeerSeconds()).c_str(),
                    RatioText(figure).c_str(), GateText(figure.gate).c_str(), VerdictText(figure));
-        text += Format("    %zu pairs; %s; %s\n", figure.pairs.size(), WorkText(figure.work).c_str(),
-                       figure.remark.c_str());
+        text += Format("    %zu pairs%s; %s; %s\n", figure.pairs.size(), CpuText(figure).c_str(),
+                       WorkText(figure.work).c_str(), figure.remark.c_str());
     }
     return text;
 }

@@ -26,6 +26,12 @@ inline constexpr int32_t kVssContextBackup = 0;
 
 using UnusedMethod = void (*)();
 
+/// Byte offset of a method in its interface's table, by its number from 0.
+consteval size_t Slot(size_t number)
+{
+    return number * sizeof(UnusedMethod);
+}
+
 struct VssAsync;
 
 struct VssAsyncVtable {
@@ -36,8 +42,8 @@ struct VssAsyncVtable {
     HResult(KK_CALL* wait)(VssAsync* self, uint32_t milliseconds);
     HResult(KK_CALL* queryStatus)(VssAsync* self, HResult* result, int32_t* reserved);
 };
-static_assert(offsetof(VssAsyncVtable, release) == 2 * 8 && offsetof(VssAsyncVtable, wait) == 4 * 8);
-static_assert(offsetof(VssAsyncVtable, queryStatus) == 5 * 8 && sizeof(VssAsyncVtable) == 6 * 8);
+static_assert(offsetof(VssAsyncVtable, release) == Slot(2) && offsetof(VssAsyncVtable, wait) == Slot(4));
+static_assert(offsetof(VssAsyncVtable, queryStatus) == Slot(5) && sizeof(VssAsyncVtable) == Slot(6));
 
 /// IVssAsync: an operation of the service that goes on in the background.
 struct VssAsync {
@@ -89,17 +95,17 @@ struct VssBackupComponentsVtable {
                                             VssSnapshotProperties* properties);
     UnusedMethod slots43to50[8];
 };
-static_assert(offsetof(VssBackupComponentsVtable, release) == 2 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, initializeForBackup) == 5 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, setBackupState) == 6 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, gatherWriterMetadata) == 9 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, prepareForBackup) == 14 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, setContext) == 35 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, startSnapshotSet) == 36 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, addToSnapshotSet) == 37 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, doSnapshotSet) == 38 * 8);
-static_assert(offsetof(VssBackupComponentsVtable, getSnapshotProperties) == 42 * 8);
-static_assert(sizeof(VssBackupComponentsVtable) == 51 * 8);
+static_assert(offsetof(VssBackupComponentsVtable, release) == Slot(2));
+static_assert(offsetof(VssBackupComponentsVtable, initializeForBackup) == Slot(5));
+static_assert(offsetof(VssBackupComponentsVtable, setBackupState) == Slot(6));
+static_assert(offsetof(VssBackupComponentsVtable, gatherWriterMetadata) == Slot(9));
+static_assert(offsetof(VssBackupComponentsVtable, prepareForBackup) == Slot(14));
+static_assert(offsetof(VssBackupComponentsVtable, setContext) == Slot(35));
+static_assert(offsetof(VssBackupComponentsVtable, startSnapshotSet) == Slot(36));
+static_assert(offsetof(VssBackupComponentsVtable, addToSnapshotSet) == Slot(37));
+static_assert(offsetof(VssBackupComponentsVtable, doSnapshotSet) == Slot(38));
+static_assert(offsetof(VssBackupComponentsVtable, getSnapshotProperties) == Slot(42));
+static_assert(sizeof(VssBackupComponentsVtable) == Slot(51));
 
 /// IVssBackupComponents.
 struct VssBackupComponents {

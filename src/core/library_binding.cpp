@@ -48,7 +48,7 @@ bool BindLibrary(const LibraryBinding& library, void* table)
     bool complete = true;
     for (const EntryPoint& entry : library.entries) {
         void* const address = SystemProcAddress(module, entry.name);
-        CopyBytes(static_cast<uint8_t*>(table) + entry.slot, &address, sizeof(address));
+        CopyBytes(static_cast<uint8_t*>(table) + entry.slot, static_cast<const void*>(&address), sizeof(address));
         complete = complete && (address != nullptr || !entry.required);
     }
     return complete;

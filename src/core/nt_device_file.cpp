@@ -14,7 +14,7 @@ namespace {
 bool IsByteRange(uint64_t offset, uint32_t length)
 {
     constexpr auto limit = static_cast<uint64_t>(INT64_MAX);
-    return offset <= limit && length <= limit - offset;
+    return length == 0 || (offset <= limit && length <= limit - offset);
 }
 
 }  // namespace

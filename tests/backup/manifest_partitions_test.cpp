@@ -98,6 +98,7 @@ TEST_F(ManifestTest, ANameThatDoesNotConvertIsEmpty)
 TEST_F(ManifestTest, TheCountOfAConversionIsTakenWhateverItsStatus)
 {
     const Hook<&RtlUnicodeToUTF8N> hook([](char* output, uint32_t, uint32_t* length, const char16_t*, uint32_t) {
+        EXPECT_EQ(*length, 0u);
         output[0] = 'o';
         output[1] = 'k';
         *length = 2;

@@ -85,6 +85,14 @@ TEST_F(QuerySizeTest, AFailingInformationAsksForTheLength)
     EXPECT_EQ(CallCount(), 2u);
 }
 
+TEST_F(QuerySizeTest, AnEndThatComesWithAWarningIsNotUsed)
+{
+    AnswerEndOfFile(777, machine::kBufferOverflow);
+    AnswerLength({.output = machine::BytesOf(int64_t{4096})});
+
+    EXPECT_EQ(Size(), 4096u);
+}
+
 TEST_F(QuerySizeTest, ADiskHasItsLength)
 {
     machine.AddDisk(3 * kMiB);

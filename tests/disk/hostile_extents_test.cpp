@@ -72,6 +72,14 @@ TEST_F(HostileExtentsTest, ACountWithoutExtentsMatchesNothing)
     }
 }
 
+TEST_F(HostileExtentsTest, AnExtentAtTheDisksStartMatches)
+{
+    Answer("Volume2", {.output = Extents(1, {0})});
+
+    EXPECT_TRUE(Find(5, 0));
+    EXPECT_EQ(Path(), u"\\Device\\HarddiskVolume2");
+}
+
 TEST_F(HostileExtentsTest, AnEmptyAnswerMatchesNothing)
 {
     Answer("Volume", {});
