@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "aligned_heap.h"
+#include "core/nt.h"
 
 namespace bench {
 
@@ -13,7 +13,7 @@ HeapProbe* theProbe = nullptr;
 
 void* KK_CALL AllocateWatched(void* heap, uint32_t flags, uint64_t size)
 {
-    void* const block = AllocateAligned(heap, flags, size);
+    void* const block = RtlAllocateHeap(heap, flags, size);
     theProbe->NoteAllocation(size, block);
     return block;
 }
@@ -21,7 +21,7 @@ void* KK_CALL AllocateWatched(void* heap, uint32_t flags, uint64_t size)
 uint8_t KK_CALL FreeWatched(void* heap, uint32_t flags, void* block)
 {
     theProbe->NoteFree(block);
-    return FreeAligned(heap, flags, block);
+    return RtlFreeHeap(heap, flags, block);
 }
 
 }  // namespace

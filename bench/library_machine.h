@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "aligned_heap.h"
 #include "figure.h"
 #include "machine/kestrelkit_api.h"
 #include "machine/machine.h"
@@ -23,7 +22,7 @@ struct BackupRun {
 class LibraryMachine {
 public:
     LibraryMachine(const std::filesystem::path& dll, std::shared_ptr<machine::VirtualDiskBackEnd> images,
-                   machine::ImportResolver resolver = ResolverWithAlignedHeap());
+                   machine::ImportResolver resolver = machine::ResolveFromNtdll);
 
     machine::Machine& Nt() { return machine_; }
     const std::vector<machine::CallRecord>& Calls() const { return machine_.journal.Records(); }

@@ -15,7 +15,7 @@ namespace bench {
 class PatternVolume {
 public:
     PatternVolume(const Settings& settings, std::shared_ptr<const BitmapPattern> pattern,
-                  machine::ImportResolver resolver = ResolverWithAlignedHeap());
+                  machine::ImportResolver resolver = machine::ResolveFromNtdll);
 
     /// Has the library back up the clusters in use. Throws when that ends in another way than it must.
     void Run();

@@ -8,6 +8,7 @@ set_target_properties(KestrelkitCore PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
     ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
     CXX_STANDARD_LIBRARIES "")
+# So that the memory functions are not turned into calls of themselves.
 target_compile_options(KestrelkitCore PRIVATE -fno-builtin)
 target_link_options(KestrelkitCore PRIVATE
     -Wl,--entry=DllEntry -Wl,--gc-sections -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat

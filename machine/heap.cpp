@@ -22,9 +22,28 @@ namespace {
 constexpr uint64_t kGuardBytes = 32;
 constexpr uint64_t kAlignment = 16;
 constexpr uint64_t kLargeBytes = 1 << 20;
+constexpr uint64_t kCacheLine = 64;
 constexpr uint8_t kGuardPattern = 0xFD;
 constexpr uint8_t kFreshPattern = 0xCD;
 constexpr uint8_t kFreedPattern = 0xDD;
+
+/// What lies before a block: the guard, and for large blocks so much more that the block begins with a cache line, as
+/// on a real system, where it has memory of its own.
+uint64_t FrontBytes(uint64_t size)
+{
+    return size >= kLargeBytes ? kCacheLine : kGuardBytes;
+}
+
+uint8_t* TakeMemory(uint64_t size, bool zeroed)
+{
+    const uint64_t unit = size >= kLargeBytes ? kCacheLine : kAlignment;
+    const uint64_t whole = (FrontBytes(size) + size + kGuardBytes + unit - 1) / unit * unit;
+    auto* const memory = static_cast<uint8_t*>(std::aligned_alloc(unit, whole));
+    if (memory != nullptr && zeroed) {
+        std::memset(memory, 0, whole);
+    }
+    return memory;
+}
 
 /// Sanitized code trips over the guards at once; the guards' bytes are for code that is not sanitized.
 void SetGuardAccess([[maybe_unused]] const uint8_t* block, [[maybe_unused]] uint64_t size,
@@ -47,7 +66,7 @@ Heap::~Heap()
 {
     for (const auto& [address, block] : blocks_) {
         SetGuardAccess(static_cast<const uint8_t*>(address), block.size, true);
-        std::free(const_cast<uint8_t*>(static_cast<const uint8_t*>(address)) - kGuardBytes);
+        std::free(const_cast<uint8_t*>(static_cast<const uint8_t*>(address)) - FrontBytes(block.size));
     }
 }
 
@@ -56,13 +75,12 @@ void* Heap::Allocate(uint64_t size, bool zeroed)
     if (size > limit_ || liveBytes_ > limit_ - size) {
         return nullptr;
     }
-    const uint64_t whole = (size + 2 * kGuardBytes + kAlignment - 1) / kAlignment * kAlignment;
-    auto* const memory = static_cast<uint8_t*>(zeroed ? std::calloc(1, whole) : std::malloc(whole));
+    uint8_t* const memory = TakeMemory(size, zeroed);
     if (memory == nullptr) {
         return nullptr;
     }
-    uint8_t* const block = memory + kGuardBytes;
-    std::memset(memory, kGuardPattern, kGuardBytes);
+    uint8_t* const block = memory + FrontBytes(size);
+    std::memset(block - kGuardBytes, kGuardPattern, kGuardBytes);
     std::memset(block + size, kGuardPattern, kGuardBytes);
     if (!zeroed && !(fast_ && size > kLargeBytes)) {
         std::memset(block, kFreshPattern, size);
@@ -96,7 +114,7 @@ bool Heap::Free(void* block)
     }
     liveBytes_ -= size;
     blocks_.erase(found);
-    std::free(bytes - kGuardBytes);
+    std::free(bytes - FrontBytes(size));
     return true;
 }
 

@@ -11,6 +11,7 @@ kk_add_script_test(tree.includes_run_downwards ${Python3_EXECUTABLE} ${root}/too
 kk_add_script_test(tree.is_formatted ${root}/tools/check_format)
 kk_add_script_test(tree.passes_lint ${root}/tools/lint ${CMAKE_BINARY_DIR})
 
+kk_add_script_test(header.stands_alone ${Python3_EXECUTABLE} ${root}/tests/dll/header_check.py ${root}/include)
 set(header ${root}/include/kestrelkit/kestrelkit.h)
 kk_add_script_test(dll.by_clang ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.py ${KK_DLL} ${header}
     --size-limit 65536)

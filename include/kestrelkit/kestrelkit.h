@@ -5,15 +5,24 @@
  * - Offsets and lengths are bytes. Text is UTF-16 and NUL-terminated unless a field says otherwise.
  * - Records are packed and little-endian; the caller supplies them and owns them. Nothing that the library
  *   allocated is ever handed out.
- * - Calls are synchronous, run wholly on the calling thread, and may be made from several threads at once.
+ * - Calls are synchronous, run wholly on the calling thread, and may be made from several threads at once. One caution:
+ *   while one thread's call looks for a system library for the first time, another's may get KK_STATUS_NOT_FOUND; it
+ *   succeeds when it is made again.
  * - A negative result is a failure, anything else a success. A status of the system (a failing open, read, write or
  *   control request) is passed on unchanged, so results other than the ones named below occur too.
  * - Paths are absolute Windows paths with backslashes (C:\images\disk.vhdx) or native names (\Device\...).
  *   UNC paths (\\server\share) are not understood by every step and must not be used.
- * - Disks and volumes open only for an elevated process; elsewhere the system's refusal is the result.
+ * - Disks and volumes open only for an elevated process; elsewhere the system's refusal is the result, or, where disks
+ *   and volumes that do not open are left out, nothing is found.
+ * - Volumes are looked for under the device numbers 1 to 127. The system counts numbers up with every arrival until it
+ *   restarts; a volume with a higher number is treated as if it did not exist.
  */
 #ifndef KESTRELKIT_KESTRELKIT_H
 #define KESTRELKIT_KESTRELKIT_H
+
+#if defined(_WIN32) && !defined(_WIN64)
+#error "KestrelkitCore.dll exists for 64-bit Windows only"
+#endif
 
 #include <stdint.h>
 
@@ -101,7 +110,7 @@ typedef struct KkPartitionInfo {
     KkWideChar name[36];  /**< GPT partition name as the table holds it, not terminated when all 36 are used */
     KkWideChar driveLetter[4];     /**< "C:" or empty; the fourth unit is never written */
     uint64_t fileSystemSize;       /**< bytes that NTFS spans; 0 for every other file system or none */
-    KkWideChar fileSystemName[12]; /**< "NTFS", "FAT32", ..., cut to 11 units; empty when unknown */
+    KkWideChar fileSystemName[12]; /**< "NTFS", "FAT32", ..., cut to 11 units; empty when unknown or RAW */
     KkWideChar deviceName[48];     /**< "\Device\HarddiskVolumeN", at most 47 units, written WITHOUT a terminator */
     KkWideChar volumePath[64];     /**< "\\?\Volume{GUID}\", or empty */
 } KkPartitionInfo;
@@ -130,9 +139,10 @@ KK_STATIC_ASSERT(sizeof(BackupResult) == 48, "BackupResult is part of the binary
 
 /**
  * Lists the physical disks with numbers 0 to 31 in rising order. Numbers need not be contiguous. A disk that cannot
- * be opened, whose layout cannot be read or whose size is unknown is left out.
+ * be opened, whose layout cannot be read or whose size is unknown is left out; a process without the right to open
+ * disks therefore finds none, and success.
  *
- * Call once with `records` null for the number of disks, then again with that many zero-filled records.
+ * Call once with `records` null for the number of disks, then again with that many records.
  *
  * @param records   out, optional: receives at most `capacity` records
  * @param capacity  room in `records`, in records; 0 only counts
@@ -148,15 +158,16 @@ KK_API KK_STATUS KK_CALL KkListDisks(KkDiskInfo* records, uint32_t capacity, uin
  * Call once with `records` null for the number of partitions, then again with that many records. The records MUST be
  * zero-filled by the caller: unwritten tails of text fields, and the end of `deviceName`, rely on it.
  *
- * Costly: opens every volume of the machine once for each partition; do not poll.
+ * Costly: for each partition up to 127 volumes are opened, and two mount-manager queries made; do not poll.
  *
  * @param diskNumber  N of \\.\PhysicalDriveN
  * @param records     out, optional: receives at most `capacity` records
  * @param capacity    room in `records`, in records; 0 only counts and looks at no volume
  * @param count       out, optional: the number of partitions, also when it exceeds `capacity`; 0 on failure
- * @return KK_STATUS_SUCCESS (a disk without a partition table has 0 partitions);
- *         KK_STATUS_NO_MEMORY;
- *         the system's status when the disk does not open or does not tell its layout. No record is written then.
+ * @return
+ * - KK_STATUS_SUCCESS; a disk without a partition table has 0 partitions
+ * - KK_STATUS_NO_MEMORY; no record is written, here and below
+ * - the system's status when the disk does not open or does not tell its layout
  */
 KK_API KK_STATUS KK_CALL KkListPartitions(uint32_t diskNumber, KkPartitionInfo* records, uint32_t capacity,
                                           uint32_t* count);
@@ -164,10 +175,15 @@ KK_API KK_STATUS KK_CALL KkListPartitions(uint32_t diskNumber, KkPartitionInfo* 
 /**
  * Backs one disk up into a new VHDX file and leaves a manifest beside it (`imagePath` with ".json" appended).
  *
- * Each chosen partition is read from its volume's snapshot if there is one, else from the live volume, else from the
- * raw disk. Trouble with snapshots, volumes and the list of clusters in use never fails a backup; a failing read or
- * write does. The image gets a fresh partition table: no boot code, no MBR signature, no active partition, no GPT
- * attributes; disk and partition GUIDs, types and names are kept.
+ * Each chosen partition is read from its volume's snapshot if there is one, else from the live volume. If that does not
+ * open, or does not tell its clusters in use, the partition is read from the raw disk, whole. Trouble with snapshots,
+ * volumes and the list of clusters in use never fails a backup; a failing read or write does. Beware of copying a
+ * mounted NTFS volume whole: the system may end it a sector before its partition, and the backup then ends with
+ * KK_STATUS_END_OF_FILE. `usedBlocksOnly` avoids that. It has a weakness of its own: when memory runs out while
+ * the clusters in use are being listed, some are left out of the image without a failure.
+ *
+ * The image gets a fresh partition table: no boot code, no MBR signature, no active partition, no GPT attributes; disk
+ * and partition GUIDs, types and names are kept.
  *
  * A failed backup leaves a half-written image file behind for the caller to delete, and no manifest. Whether the
  * manifest could be written does not change the result. There is no progress report: watch the image file grow.
@@ -190,15 +206,18 @@ KK_API KK_STATUS KK_CALL KkListPartitions(uint32_t diskNumber, KkPartitionInfo* 
  * @param compact           non-zero: pack the chosen partitions together on 1 MiB boundaries and make the virtual
  *                          disk just large enough; implies `omitRemove`
  * @param result            out, optional: statistics; written when all data was copied, else untouched
- * @return KK_STATUS_SUCCESS;
- *         KK_STATUS_INVALID_PARAMETER: `imagePath` is null, or `partitionNumbers` is null with a count above 0;
- *         KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT;
- *         KK_STATUS_NOT_FOUND: the system has no virtual-disk service;
- *         KK_STATUS_NO_MEMORY;
- *         KK_STATUS_UNSUCCESSFUL: the image could not be created, attached or detached, or a write made no progress
- *         (when only detaching failed, the image is complete and the manifest and `result` were written);
- *         KK_STATUS_END_OF_FILE: a volume or the disk ended early;
- *         any status of the system from opening or reading the disk or writing the image.
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null, or `partitionNumbers` is null with a count above 0; or a
+ *   partition of the disk lies where no disk can reach
+ * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
+ * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service
+ * - KK_STATUS_NO_MEMORY
+ * - KK_STATUS_UNSUCCESSFUL: the image could not be created (the file exists, its disk would be smaller than 3 MiB,
+ *   ...), attached or detached, there was no memory for its partition table, or a write made no progress; when only
+ *   detaching failed, the image is complete, and the manifest and `result` were written
+ * - KK_STATUS_END_OF_FILE: a volume or the disk ended early
+ * - any status of the system from opening or reading the disk or writing the image
  */
 KK_API KK_STATUS KK_CALL KkBackup(uint32_t diskNumber, const KkWideChar* imagePath, const uint32_t* partitionNumbers,
                                   uint32_t partitionCount, uint32_t usedBlocksOnly, uint32_t omitRemove,

@@ -42,7 +42,7 @@ void BitmapRuns::Add(const uint8_t* bits, uint64_t first, uint64_t end, uint64_t
 {
     for (uint64_t position = first; position < end;) {
         const uint64_t set = FindSetBit(bits, position, end);
-        if (set != position || firstCluster + set != runEnd_) {
+        if (firstCluster + set != runEnd_) {
             Finish();
         }
         if (set == end) {

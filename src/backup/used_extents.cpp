@@ -74,7 +74,7 @@ KK_STATUS GetVolumeUsedExtents(const char16_t* path, uint32_t clusterSize, Array
             return KK_STATUS_UNSUCCESSFUL;
         }
         // An answer that starts early repeats clusters; they must not be counted twice.
-        const uint64_t repeated = Min(cluster - piece.firstCluster, piece.bitCount);
+        const uint64_t repeated = cluster - piece.firstCluster;
         runs.Add(answer.Data() + sizeof(VolumeBitmapHeader), repeated, piece.bitCount, piece.firstCluster);
         if (!piece.moreFollows) {
             break;

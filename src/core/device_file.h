@@ -18,7 +18,7 @@ public:
     virtual void Destroy(bool freeObject);
 
     /// Fills all `length` bytes from byte `offset`. KK_STATUS_END_OF_FILE when they are not all there; the bytes before
-    /// the end were read then.
+    /// the end were read then. KK_STATUS_INVALID_PARAMETER, here and for writing, when they reach past INT64_MAX.
     [[nodiscard]] virtual KK_STATUS ReadAt(uint64_t offset, void* buffer, uint32_t length);
 
     /// Writes all `length` bytes at byte `offset`. KK_STATUS_UNSUCCESSFUL when the device stops accepting them.

@@ -1,9 +1,10 @@
 #include "core/file_opener.h"
 
+#include <new>
+
 #include "core/memory.h"
 #include "core/native_file.h"
 #include "core/nt_device_file.h"
-#include "core/placement.h"
 #include "core/status.h"
 
 namespace kk {
@@ -18,6 +19,12 @@ constexpr OpenMode kOpenToWrite = {kFileGenericRead | kFileGenericWrite, kOpenTo
 alignas(NtFileOpener) constinit uint8_t gOpenerMemory[sizeof(NtFileOpener)] = {};
 // A plain flag: two threads that both find it clear build the same object twice, which does no harm.
 constinit bool gOpenerCreated = false;
+
+/// Keeps the compiler from moving the flag before the object. The processor keeps the order of writes by itself.
+void FinishWritesBefore()
+{
+    asm volatile("" : : : "memory");
+}
 
 }  // namespace
 
@@ -46,17 +53,18 @@ KK_STATUS NtFileOpener::Open(const char16_t* path, bool writable, DeviceFile** f
     if (memory == nullptr) {
         return KK_STATUS_NO_MEMORY;
     }
-    *file = new (Place{memory}) NtDeviceFile(owner.Release());
+    *file = new (memory) NtDeviceFile(owner.Release());
     return KK_STATUS_SUCCESS;
 }
 
 FileOpener* GetFileOpener()
 {
     if (!gOpenerCreated) {
-        new (Place{gOpenerMemory}) NtFileOpener;
+        new (gOpenerMemory) NtFileOpener;
+        FinishWritesBefore();
         gOpenerCreated = true;
     }
-    return reinterpret_cast<NtFileOpener*>(gOpenerMemory);
+    return std::launder(reinterpret_cast<NtFileOpener*>(gOpenerMemory));
 }
 
 KK_STATUS OpenDevice(const char16_t* path, bool writable, DevicePtr& device)

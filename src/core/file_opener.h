@@ -18,14 +18,13 @@ public:
     [[nodiscard]] virtual KK_STATUS Open(const char16_t* path, bool writable, DeviceFile** file);
 
 protected:
-    constexpr FileOpener() = default;
+    FileOpener() = default;
     ~FileOpener() = default;
 };
 
 /// The opener over the native system calls.
 class NtFileOpener final : public FileOpener {
 public:
-    constexpr NtFileOpener() = default;
     void Destroy(bool freeObject) override;
     [[nodiscard]] KK_STATUS Open(const char16_t* path, bool writable, DeviceFile** file) override;
 };

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// Memory primitives that need nothing else of the process. The string instructions run at memory speed on every
-// x86-64 processor, and unlike loops they cannot be turned into calls of the functions that they implement.
+// Memory primitives that need nothing else of the process. The string instructions move large blocks at memory speed on
+// current processors, and unlike loops they cannot be turned into calls of the functions that they implement.
 
 namespace kk::primitives {
 

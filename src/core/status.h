@@ -4,8 +4,8 @@
 
 namespace kk {
 
-/// A more detailed code than the public header names: the answer did not fit into the buffer. Never returned by an
-/// export's own code; it is the signal on which loops with growing buffers go on.
+/// The answer did not fit into the buffer. A code that the public header leaves out, since no export makes it up: it is
+/// the signal on which loops with growing buffers go on.
 inline constexpr KK_STATUS kStatusBufferOverflow = static_cast<KK_STATUS>(0x80000005);
 
 [[nodiscard]] constexpr bool Failed(KK_STATUS status)

@@ -46,9 +46,6 @@ KK_STATUS RequestLayout(DeviceFile& device, ByteBuffer& answer, uint32_t& return
 /// Entries that the answer really holds, however many it claims.
 uint32_t EntriesInAnswer(const DriveLayoutInformationEx& head, uint64_t answerBytes)
 {
-    if (answerBytes < sizeof(head)) {
-        return 0;
-    }
     const uint64_t room = (answerBytes - sizeof(head)) / sizeof(PartitionInformationEx);
     return static_cast<uint32_t>(Min(room, uint64_t{head.partitionCount}));
 }
@@ -81,9 +78,15 @@ PartitionEntry ToPartitionEntry(const PartitionInformationEx& entry, PartitionSt
     return partition;
 }
 
+/// An answer without a whole head tells of no table.
 KK_STATUS TakeAnswer(const ByteBuffer& answer, uint32_t returned, DiskLayout& layout)
 {
+    const uint64_t answerBytes = Min(uint64_t{returned}, answer.Length());
     const auto& head = *reinterpret_cast<const DriveLayoutInformationEx*>(answer.Data());
+    if (answerBytes < sizeof(head)) {
+        layout.style = PartitionStyle::Raw;
+        return KK_STATUS_SUCCESS;
+    }
     switch (head.partitionStyle) {
     case WirePartitionStyle::Mbr:
         layout.style = PartitionStyle::Mbr;
@@ -98,7 +101,7 @@ KK_STATUS TakeAnswer(const ByteBuffer& answer, uint32_t returned, DiskLayout& la
     }
 
     const auto* const entries = reinterpret_cast<const PartitionInformationEx*>(answer.Data() + sizeof(head));
-    const uint32_t count = EntriesInAnswer(head, Min(uint64_t{returned}, answer.Length()));
+    const uint32_t count = EntriesInAnswer(head, answerBytes);
     for (uint32_t i = 0; i < count; ++i) {
         if (IsPartition(entries[i], layout.style) &&
             !layout.partitions.Append(ToPartitionEntry(entries[i], layout.style))) {

@@ -48,7 +48,7 @@ void DescribeNtfsSize(const char16_t* devicePath, KkPartitionInfo& record)
         return;
     }
     const uint32_t sectorSize = answer.data.bytesPerSector == 0 ? kDefaultSectorSize : answer.data.bytesPerSector;
-    record.fileSystemSize = static_cast<uint64_t>(answer.data.numberSectors) * sectorSize;
+    record.fileSystemSize = SaturatingMultiply(static_cast<uint64_t>(answer.data.numberSectors), sectorSize);
 }
 
 void DescribeFileSystemName(const char16_t* devicePath, KkPartitionInfo& record)

@@ -274,6 +274,20 @@ TEST_F(ImageGptTest, WithoutMemoryNothingIsWritten)
     EXPECT_EQ(machine.heap.Sizes(), std::vector<uint64_t>{16384});
 }
 
+TEST_F(ImageGptTest, TheLargestSectorsAskForTheWholeArray)
+{
+    UseMemory(kMiB);
+    for (const uint32_t sectorSize : {0x80000000u, 0xFFFFC001u, 0xFFFFFFFFu}) {
+        machine.journal.Clear();
+
+        EXPECT_EQ(Write(sectorSize, 64, {}), Status(0xC0000001));
+        const auto requests = machine.journal.FindAll({.kind = machine::CallKind::Allocate});
+        ASSERT_EQ(requests.size(), 1u);
+        EXPECT_EQ(requests[0].length, sectorSize);
+        EXPECT_TRUE(Steps().empty());
+    }
+}
+
 TEST_F(ImageGptTest, SectorBuffersHoldTheHeaderWhateverTheSectorSize)
 {
     UseMemory(kMiB);

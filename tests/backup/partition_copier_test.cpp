@@ -247,7 +247,7 @@ TEST_F(PartitionCopierTest, UsedBlocksOfASnapshotComeFromTheSnapshot)
     EXPECT_EQ(Copy(), 0);
     EXPECT_EQ(Transfers(), (Texts{"Shadow 1M+1M", "Target 51M+1M"}));
     EXPECT_EQ(Counts(), (Numbers{1, 0, 0, 0, 0, 1, kMiB}));
-    EXPECT_EQ(machine.journal.Count({.code = kk::kFsctlGetVolumeBitmap, .object = "Live"}), 0u);
+    EXPECT_EQ(machine.journal.Count({.object = "Live", .code = kk::kFsctlGetVolumeBitmap}), 0u);
 }
 
 TEST_F(PartitionCopierTest, UsedBlocksAreClippedToThePartition)

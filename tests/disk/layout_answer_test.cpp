@@ -145,8 +145,8 @@ TEST_F(LayoutAnswerTest, GptEntriesWithoutATypeAreLeftOut)
 
 TEST_F(LayoutAnswerTest, TheDisksStyleDecidesHoweverItsEntriesAreMarked)
 {
-    LayoutAnswer gpt = Partitions(1);
-    gpt.partitions[0].style = WirePartitionStyle::Mbr;
+    LayoutAnswer gpt(WirePartitionStyle::Gpt);
+    gpt.AddGpt(0x0F, 4096).partitions[0].style = WirePartitionStyle::Mbr;
     AnswerLayout(gpt.Bytes());
     EXPECT_EQ(Read(), KK_STATUS_SUCCESS);
     ASSERT_EQ(layout_.partitions.Count(), 1u);

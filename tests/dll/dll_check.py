@@ -55,6 +55,9 @@ class DllCheck(unittest.TestCase):
             both = "IMAGE_SCN_MEM_WRITE" in section and "IMAGE_SCN_MEM_EXECUTE" in section
             self.assertFalse(both, section)
 
+    def test_has_unwind_data_so_that_faults_find_the_callers_handlers(self):
+        self.assertRegex(readobj("--file-headers"), r"ExceptionTableSize: 0x[1-9A-F]")
+
     def test_has_no_thread_local_storage(self):
         self.assertNotIn("StartAddressOfRawData", readobj("--coff-tls-directory"))
 

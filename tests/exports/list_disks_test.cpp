@@ -165,6 +165,16 @@ TEST_F(ListDisksTest, LeavesOutADiskWhoseGeometryIsUnknown)
     EXPECT_EQ(disks[0].number, 1u);
 }
 
+TEST_F(ListDisksTest, LeavesOutADiskThatReportsNoSize)
+{
+    machine.AddDisk(8 * kMiB);
+    machine.OnControl({.code = kGeometry}, [](const machine::CallRecord&, const machine::ControlRequest&) {
+        return std::optional(machine::ControlAnswer{.output = std::vector<uint8_t>(40)});
+    });
+
+    EXPECT_TRUE(List().empty());
+}
+
 TEST_F(ListDisksTest, LeavesOutADiskThatNeverTellsItsLayout)
 {
     machine.AddDisk(8 * kMiB).behaviour.layoutFailures = 6;

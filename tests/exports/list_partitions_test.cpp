@@ -44,6 +44,20 @@ protected:
                  {.start = 20 * kMiB, .length = 40 * kMiB, .type = machine::kEfiSystemType, .name = u"Second"}}});
     }
 
+    /// What describes the partition itself is right; each text and the size of its volume is right or missing.
+    static void ExpectTruthOrNothing(const KkPartitionInfo& record, const KkPartitionInfo& truth)
+    {
+        EXPECT_EQ(std::memcmp(&record, &truth, offsetof(KkPartitionInfo, driveLetter)), 0);
+        EXPECT_TRUE(record.fileSystemSize == 0 || record.fileSystemSize == truth.fileSystemSize);
+        const auto rightOrMissing = [](const std::u16string& text, const std::u16string& right) {
+            EXPECT_TRUE(text.empty() || text == right);
+        };
+        rightOrMissing(TEXT_OF(record, driveLetter), TEXT_OF(truth, driveLetter));
+        rightOrMissing(TEXT_OF(record, fileSystemName), TEXT_OF(truth, fileSystemName));
+        rightOrMissing(TEXT_OF(record, deviceName), TEXT_OF(truth, deviceName));
+        rightOrMissing(TEXT_OF(record, volumePath), TEXT_OF(truth, volumePath));
+    }
+
     uint32_t count = 0xFFFF;
     int32_t status = -1;
 };
@@ -345,9 +359,81 @@ TEST_F(ListPartitionsTest, StillNamesTheFileSystemWhenTheSizeCannotBeAskedFor)
     EXPECT_EQ(TEXT_OF(partitions[0], fileSystemName), u"NTFS");
 }
 
+TEST_F(ListPartitionsTest, NeverReportsAWrappedFileSystemSize)
+{
+    AddGptDisk();
+    machine.FindVolume(0, kMiB)->SetNtfsData([](const machine::ControlRequest&) {
+        kk::NtfsVolumeData data = {};
+        data.numberSectors = -1;
+        data.bytesPerSector = 512;
+        return machine::ControlAnswer{.output = machine::BytesOf(data)};
+    });
+
+    EXPECT_EQ(uint64_t{List(0)[0].fileSystemSize}, UINT64_MAX);
+}
+
+TEST_F(ListPartitionsTest, TakesNoFileSystemNameFromAWarning)
+{
+    AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
+    machine.faults.Fail({.kind = CallKind::QueryVolumeInformation}, 1, 0x80000005);
+
+    EXPECT_EQ(TEXT_OF(List(0)[0], fileSystemName), u"");
+}
+
+TEST_F(ListPartitionsTest, OpensTheVolumeForItsFileSystemsNameLikeAnyReader)
+{
+    machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}}});
+
+    List(0);
+
+    const machine::CallRecord* const open =
+        machine.journal.Last({.kind = CallKind::CreateFile, .object = "HarddiskVolume1"});
+    ASSERT_NE(open, nullptr);
+    EXPECT_EQ(open->access, 0x120089u);
+    EXPECT_EQ(open->share, 3u);
+    EXPECT_EQ(open->disposition, 1u);
+    EXPECT_EQ(open->options, 0x60u);
+    EXPECT_EQ(open->fileAttributes, 0x80u);
+    EXPECT_EQ(open->objectAttributes, 0x40u);
+}
+
+TEST_F(ListPartitionsTest, LeavesTheTailsOfItsTextsAsTheCallerHadThem)
+{
+    AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
+
+    const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
+
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&partitions[0]);
+    const size_t nameEnd = offsetof(KkPartitionInfo, fileSystemName) + (4 + 1) * 2;
+    const size_t pathEnd = offsetof(KkPartitionInfo, volumePath) + (49 + 1) * 2;
+    EXPECT_EQ(TEXT_OF(partitions[0], volumePath).size(), 49u);
+    for (const auto& [first, end] : {std::pair<size_t, size_t>{111, 117}, {nameEnd, 149}, {pathEnd, 373}}) {
+        EXPECT_TRUE(std::all_of(bytes + first, bytes + end, [](uint8_t byte) { return byte == kPattern; }))
+            << "bytes " << first << " to " << end;
+    }
+}
+
+TEST_F(ListPartitionsTest, WritesNoRecordWhenThereIsNoMemoryForTheNinthPartition)
+{
+    machine::GptTable table;
+    for (uint64_t i = 0; i < 9; ++i) {
+        table.partitions.push_back({.start = (1 + i) * kMiB, .length = kMiB});
+    }
+    machine.AddDisk(64 * kMiB).Gpt(table);
+    // The drive's object, the layout's answer, room for eight partitions, room for sixteen.
+    machine.faults.Fail({.kind = CallKind::Allocate}, 4, 0);
+    std::vector<KkPartitionInfo> records(9);
+
+    EXPECT_EQ(api.listPartitions(0, records.data(), 9, &count), KK_STATUS_NO_MEMORY);
+
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(uint32_t{records[0].number}, 0u);
+}
+
 TEST_F(ListPartitionsTest, FailsOnlyForTheLayoutAndForNothingElse)
 {
     AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
+    machine.AssignLetter(*machine.FindVolume(0, kMiB), u'K');
     machine.HideVolume(*machine.FindVolume(0, 20 * kMiB));
     // The heap calls before the first volume is opened: the drive's object, the answer, the partition list.
     const auto expected = [](const machine::CallRecord& failed, uint64_t allocationsBefore) {
@@ -357,6 +443,7 @@ TEST_F(ListPartitionsTest, FailsOnlyForTheLayoutAndForNothingElse)
         return failed.kind == CallKind::Allocate && allocationsBefore < 3 ? Status(0xC0000017) : 0;
     };
 
+    const std::vector<KkPartitionInfo> truth = List(0);
     std::vector<KkPartitionInfo> records(2);
     const uint64_t calls = SweepFailingCalls(
         machine, FaultMode::OneCall, [&] { return api.listPartitions(0, records.data(), 2, &count); },
@@ -371,6 +458,10 @@ TEST_F(ListPartitionsTest, FailsOnlyForTheLayoutAndForNothingElse)
             }
             EXPECT_EQ(result, expected(*failed, allocationsBefore));
             EXPECT_EQ(count, result < 0 ? 0u : 2u);
+            if (result == 0) {
+                ExpectTruthOrNothing(records[0], truth[0]);
+                ExpectTruthOrNothing(records[1], truth[1]);
+            }
         });
 
     EXPECT_GT(calls, 140u);

@@ -56,6 +56,11 @@ class UsedBlocksBackupFromSnapshotsOfAGptDisk(GptImageChecks, unittest.TestCase)
     options = Options(used_blocks=True, snapshots=True)
 
 
+class FullBackupFromSnapshotsOfAGptDisk(GptImageChecks, unittest.TestCase):
+    disk_name = "gpt"
+    options = Options(snapshots=True)
+
+
 class CompactBackupOfAGptDisk(GptImageChecks, unittest.TestCase):
     disk_name = "gpt"
     options = Options(compact=True, used_blocks=True)
@@ -79,6 +84,11 @@ class BackupOfAGptDiskThatRemovesOmittedPartitions(GptImageChecks, unittest.Test
 class UsedBlocksBackupOfADiskBeyondFourGibibytes(GptImageChecks, unittest.TestCase):
     disk_name = "large"
     options = Options(used_blocks=True)
+
+
+class CompactBackupFromSnapshotsOfADiskBeyondFourGibibytes(GptImageChecks, unittest.TestCase):
+    disk_name = "large"
+    options = Options(used_blocks=True, snapshots=True, compact=True)
 
 
 # MBR
