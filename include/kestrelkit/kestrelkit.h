@@ -183,12 +183,14 @@ KK_API KK_STATUS KK_CALL KkListPartitions(uint32_t diskNumber, KkPartitionInfo* 
  * the clusters in use are being listed, some are left out of the image without a failure.
  *
  * The image gets a fresh partition table: no boot code, no MBR signature, no active partition, no GPT attributes; disk
- * and partition GUIDs, types and names are kept.
+ * and partition GUIDs, types and names are kept. On an MBR disk it lists the first four partitions, logical drives
+ * included, and on a GPT disk the first 128; the data of further ones is in the image, but no entry points at it.
  *
  * A failed backup leaves a half-written image file behind for the caller to delete, and no manifest. Whether the
  * manifest could be written does not change the result. There is no progress report: watch the image file grow.
  *
- * The thread joins the multithreaded COM apartment for the time of the call when snapshots are used.
+ * When snapshots are asked for, the thread joins the multithreaded COM apartment for the time of the call, unless it
+ * belongs to another one already.
  *
  * @param diskNumber        N of \\.\PhysicalDriveN
  * @param imagePath         the VHDX file to create; must not exist
@@ -208,8 +210,8 @@ KK_API KK_STATUS KK_CALL KkListPartitions(uint32_t diskNumber, KkPartitionInfo* 
  * @param result            out, optional: statistics; written when all data was copied, else untouched
  * @return
  * - KK_STATUS_SUCCESS
- * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null, or `partitionNumbers` is null with a count above 0; or a
- *   partition of the disk lies where no disk can reach
+ * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null, or `partitionNumbers` is null with a count above 0; also when a
+ *   partition lies where no disk can reach, or the virtual-disk service gave no handle
  * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
  * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service
  * - KK_STATUS_NO_MEMORY

@@ -40,7 +40,8 @@ struct Backup {
     uint32_t sectorSize;
     uint64_t virtualSize;
     const BackupPlan& plan;
-    const SnapshotSet* snapshots;  // null: none are used
+    bool snapshotsUsed;
+    const SnapshotSet& snapshots;
 };
 
 /// Fills the attached image. Both devices are closed again before this returns.
@@ -58,7 +59,8 @@ KK_STATUS FillImage(const Backup& backup, const VirtualDiskFile& image, HeapBloc
     if (!buffer.Allocate(kTransferBytes)) {
         return KK_STATUS_NO_MEMORY;
     }
-    PartitionCopier copier(*disk, *target, backup.snapshots, buffer.Data(), result);
+    const SnapshotSet* const snapshots = backup.snapshotsUsed ? &backup.snapshots : nullptr;
+    PartitionCopier copier(*disk, *target, snapshots, buffer.Data(), result);
     for (const BackupPlanEntry& entry : backup.plan) {
         KK_TRY(copier.Copy(entry));
     }
@@ -75,7 +77,7 @@ KK_STATUS WriteImage(const Backup& backup, BackupResult* result)
     HeapBlock buffer;
     BackupResult statistics = {};
     statistics.snapshotsRequested = backup.request.useSnapshots;
-    statistics.snapshotsUsed = backup.snapshots != nullptr ? 1 : 0;
+    statistics.snapshotsUsed = backup.snapshotsUsed ? 1 : 0;
     KK_TRY(FillImage(backup, image, buffer, statistics));
 
     // All data is in the image: a failing detachment still gets its statistics and its manifest, on purpose.
@@ -83,7 +85,7 @@ KK_STATUS WriteImage(const Backup& backup, BackupResult* result)
     if (result != nullptr) {
         *result = statistics;
     }
-    WriteBackupManifest(backup.request, backup.layout, backup.snapshots != nullptr, backup.virtualSize, backup.plan);
+    WriteBackupManifest(backup.request, backup.layout, backup.snapshotsUsed, backup.virtualSize, backup.plan);
     return detached;
 }
 
@@ -107,7 +109,7 @@ KK_STATUS RunBackup(const BackupRequest& request, BackupResult* result)
     // Declared before the image, so that the snapshots outlive it.
     SnapshotSet snapshots;
     const bool snapshotsUsed = request.useSnapshots != 0 && TakeSnapshots(plan, snapshots);
-    const Backup backup = {request, layout, sectorSize, virtualSize, plan, snapshotsUsed ? &snapshots : nullptr};
+    const Backup backup = {request, layout, sectorSize, virtualSize, plan, snapshotsUsed, snapshots};
     return WriteImage(backup, result);
 }
 

@@ -15,6 +15,8 @@ namespace {
 
 constexpr uint32_t kFormatVersion = 2;
 constexpr size_t kSetIdBytes = 64;
+constexpr size_t kNameBytes = 128;
+constexpr size_t kDriveLetterBytes = 8;
 
 /// The caller's identifier, cut to 63 bytes even inside a character, or a fresh one.
 void ChooseSetId(const char* given, char (&output)[kSetIdBytes])
@@ -33,7 +35,8 @@ void ChooseSetId(const char* given, char (&output)[kSetIdBytes])
     output[length] = 0;
 }
 
-/// Converts to UTF-8, as much as fits with the terminator; what cannot be converted is left out.
+/// Converts to UTF-8, as much as fits with the terminator. What is no text becomes the replacement character; nothing
+/// comes of a conversion that fails altogether.
 template <size_t Capacity>
 void ToUtf8(const char16_t* text, size_t units, char (&output)[Capacity])
 {
@@ -55,6 +58,7 @@ void LookUpDriveLetter(uint32_t disk, const PartitionEntry& partition, char (&ou
     }
 }
 
+/// Looks for this very entry and not for its number, which hostile tables use twice.
 uint64_t OffsetInImage(const PartitionEntry& partition, const BackupPlan& plan)
 {
     for (const BackupPlanEntry& entry : plan) {
@@ -70,9 +74,9 @@ void WritePartition(JsonWriter& json, uint32_t disk, const PartitionEntry& parti
 {
     char typeGuid[kGuidTextBytes];
     FormatGuidText(partition.typeGuid, typeGuid);
-    char name[128];
+    char name[kNameBytes];
     ToUtf8(partition.name, TextLength(partition.name, kPartitionNameUnits), name);
-    char driveLetter[8];
+    char driveLetter[kDriveLetterBytes];
     LookUpDriveLetter(disk, partition, driveLetter);
 
     json.BeginObject();
@@ -100,7 +104,8 @@ void WritePartitions(JsonWriter& json, const BackupRequest& request, const DiskL
     json.EndArray();
 }
 
-/// The order of the members is part of the format.
+/// The order of the members is part of the format. So is, on purpose, that everything but MBR is called GPT and that
+/// GUIDs are written for MBR disks too: readers find the same members in every manifest.
 void WriteDocument(JsonWriter& json, const BackupRequest& request, const DiskLayout& layout, bool snapshotsUsed,
                    uint64_t virtualSize, const BackupPlan& plan)
 {
@@ -133,7 +138,7 @@ void WriteDocument(JsonWriter& json, const BackupRequest& request, const DiskLay
     json.Finish();
 }
 
-/// A path too long for the buffer is cut before the ending, so that manifest does not lie beside its image.
+/// A path too long for the buffer is cut before the ending, so that its manifest then does not lie beside the image.
 constexpr size_t kManifestPathUnits = 600;
 constexpr size_t kImagePathUnits = 590;
 

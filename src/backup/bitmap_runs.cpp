@@ -11,13 +11,17 @@ namespace {
 
 constexpr uint64_t kWordBits = 64;
 
-/// The first bit from `position` on, below `end`, that is set (or clear, with `flip` all ones), or `end`. A word at a
-/// time, since volumes have long runs.
-uint64_t FindBit(const uint8_t* bits, uint64_t position, uint64_t end, uint64_t flip)
+/// What FindBit is to find: the words are combined with it, so that the wanted bits are the set ones.
+constexpr uint64_t kSetBit = 0;
+constexpr uint64_t kClearBit = ~uint64_t{0};
+
+/// The first bit from `position` on, below `end`, that is wanted, or `end`. A word at a time, since volumes have long
+/// runs.
+uint64_t FindBit(const uint8_t* bits, uint64_t position, uint64_t end, uint64_t wantedBit)
 {
     uint64_t mask = ~uint64_t{0} << (position % kWordBits);
     for (uint64_t word = position / kWordBits; word * kWordBits < end; ++word) {
-        const uint64_t wanted = (LoadUnaligned<uint64_t>(bits + word * sizeof(uint64_t)) ^ flip) & mask;
+        const uint64_t wanted = (LoadUnaligned<uint64_t>(bits + word * sizeof(uint64_t)) ^ wantedBit) & mask;
         if (wanted != 0) {
             return Min(word * kWordBits + static_cast<uint64_t>(std::countr_zero(wanted)), end);
         }
@@ -26,29 +30,19 @@ uint64_t FindBit(const uint8_t* bits, uint64_t position, uint64_t end, uint64_t 
     return end;
 }
 
-uint64_t FindSetBit(const uint8_t* bits, uint64_t position, uint64_t end)
-{
-    return FindBit(bits, position, end, 0);
-}
-
-uint64_t FindClearBit(const uint8_t* bits, uint64_t position, uint64_t end)
-{
-    return FindBit(bits, position, end, ~uint64_t{0});
-}
-
 }  // namespace
 
 void BitmapRuns::Add(const uint8_t* bits, uint64_t first, uint64_t end, uint64_t firstCluster)
 {
     for (uint64_t position = first; position < end;) {
-        const uint64_t set = FindSetBit(bits, position, end);
+        const uint64_t set = FindBit(bits, position, end, kSetBit);
         if (firstCluster + set != runEnd_) {
             Finish();
         }
         if (set == end) {
             return;
         }
-        position = FindClearBit(bits, set, end);
+        position = FindBit(bits, set, end, kClearBit);
         if (!open_) {
             open_ = true;
             runFirst_ = firstCluster + set;
@@ -63,7 +57,7 @@ void BitmapRuns::Finish()
         return;
     }
     open_ = false;
-    // A run for which there is no memory is left out, on purpose and without a word.
+    // A run for which there is no memory is left out, on purpose: a shorter list is taken for better than none.
     (void)extents_.Append({runFirst_ * clusterSize_, (runEnd_ - runFirst_) * clusterSize_});
 }
 

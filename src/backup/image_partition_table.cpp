@@ -116,7 +116,7 @@ KK_STATUS WriteImageMbr(DeviceFile& target, uint32_t sectorSize, const MbrImageE
     }
     CopyBytes(mbr.bootSignature, kBootSignature, sizeof(kBootSignature));
     const KK_STATUS status = target.WriteAt(0, sector.Data(), sectorSize);
-    // Also after a failed write, on purpose, and whatever comes of it.
+    // Also after a failed write, on purpose, and whatever comes of it: the target is left with nothing pending.
     (void)target.Flush();
     return status;
 }
@@ -138,6 +138,7 @@ KK_STATUS WriteImageGpt(DeviceFile& target, uint32_t sectorSize, uint64_t totalS
         return KK_STATUS_UNSUCCESSFUL;
     }
     FillEntryArray(sectorSize, entries, count, reinterpret_cast<GptEntry*>(array.Data()));
+    // Over whole sectors, on purpose: for the usual sector sizes that is the array and nothing else.
     const uint32_t entriesCrc = Crc32(array.Data(), arrayBytes);
     const GptHeader primary = MakeHeader(places, diskGuid, entriesCrc, true);
     const GptHeader backup = MakeHeader(places, diskGuid, entriesCrc, false);

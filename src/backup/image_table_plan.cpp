@@ -24,7 +24,8 @@ GptImageEntry ToGptEntry(const PartitionEntry& partition, uint64_t offset)
     return entry;
 }
 
-/// The table's entries: in plan order when the partitions were packed, else in layout order.
+/// The table's entries: in plan order when the partitions were packed, else in layout order. One that does not fit into
+/// memory is left out, on purpose: the partition's data is worth more than its entry.
 template <typename Entry>
 void CollectEntries(const BackupRequest& request, const DiskLayout& layout, const BackupPlan& plan,
                     Entry (*convert)(const PartitionEntry&, uint64_t), Array<Entry>& entries)

@@ -6,8 +6,9 @@
 
 namespace kk {
 
-/// Writes compact JSON (RFC 8259), without any white space, from UTF-8 text. Never reports a failure: a byte for which
-/// there is no memory is left out and writing goes on.
+/// Writes compact JSON (RFC 8259), without any white space, from UTF-8 text. Never reports a failure, on purpose: what
+/// it writes accompanies work that is done, and must not undo it. A byte for which there is no memory is left out and
+/// writing goes on.
 class JsonWriter {
 public:
     /// A member's name. At the outermost level, where no object is open, it is preceded by a comma on purpose: the
@@ -32,7 +33,8 @@ public:
 
     [[nodiscard]] const uint8_t* Text() const { return text_.Data(); }
 
-    /// Bytes of a finished text, without the terminator.
+    /// Bytes of a finished text, without the terminator. One too few, on purpose, when there was no memory for that:
+    /// the text is spoilt then anyway, and its length needs no second rule.
     [[nodiscard]] uint64_t TextLength() const { return text_.Length() == 0 ? 0 : text_.Length() - 1; }
 
 private:

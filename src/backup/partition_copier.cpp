@@ -22,7 +22,8 @@ KK_STATUS PartitionCopier::Copy(const BackupPlanEntry& entry)
     if (path != nullptr) {
         KK_TRY(CopyFromVolume(entry, path, snapshot, copied));
     }
-    // Straight from here to the disk, on purpose: a snapshot that does not open is not replaced by the live volume.
+    // Straight from here to the disk, on purpose: neither is a snapshot that fails replaced by the live volume, nor the
+    // clusters in use by the whole volume. The disk is the one source that needs nothing of the volume that failed.
     if (!copied) {
         KK_TRY(CopyRaw(entry));
     }
@@ -30,7 +31,6 @@ KK_STATUS PartitionCopier::Copy(const BackupPlanEntry& entry)
     return KK_STATUS_SUCCESS;
 }
 
-/// Leaves `copied` false when the volume cannot serve; that is no failure.
 KK_STATUS PartitionCopier::CopyFromVolume(const BackupPlanEntry& entry, const char16_t* path, bool snapshot,
                                           bool& copied)
 {

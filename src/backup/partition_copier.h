@@ -25,6 +25,7 @@ public:
     [[nodiscard]] KK_STATUS Copy(const BackupPlanEntry& entry);
 
 private:
+    // These two leave `copied` false when the volume cannot serve, which is no failure.
     [[nodiscard]] KK_STATUS CopyFromVolume(const BackupPlanEntry& entry, const char16_t* path, bool snapshot,
                                            bool& copied);
     [[nodiscard]] KK_STATUS CopyUsedBlocks(const BackupPlanEntry& entry, const char16_t* path, DeviceFile& volume,

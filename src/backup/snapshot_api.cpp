@@ -35,7 +35,12 @@ bool SnapshotServiceAvailable()
         return gApi.ok != 0;
     }
     gApi.tried = 1;
-    gApi.ok = BindLibrary(kComLibrary, &gApi) && BindLibrary(kSnapshotLibrary, &gApi) ? 1 : 0;
+    const Binding com = BindLibrary(kComLibrary, &gApi);
+    if (com == Binding::NotLoaded) {
+        return false;
+    }
+    const Binding snapshots = BindLibrary(kSnapshotLibrary, &gApi);
+    gApi.ok = com == Binding::Complete && snapshots == Binding::Complete ? 1 : 0;
     return gApi.ok != 0;
 }
 

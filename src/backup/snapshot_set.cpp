@@ -80,7 +80,7 @@ KK_STATUS EnterCom(SnapshotSet& set)
     return KK_STATUS_SUCCESS;
 }
 
-/// Without an object the result may be a success all the same, namely one that is not 0.
+/// A success without an object is passed on, unless it is 0.
 KK_STATUS CreateComponents(SnapshotSet& set)
 {
     const HResult result = GetSnapshotApi().createVssBackupComponentsInternal(&set.components);
@@ -178,7 +178,8 @@ const char16_t* FindSnapshotDevice(const SnapshotSet& set, const char16_t* volum
 
 void ReleaseSnapshots(SnapshotSet& set)
 {
-    // No backup completion is reported: without it the system drops the snapshots with the object, on purpose.
+    // Nothing is deleted and no completion is reported, on purpose: snapshots of the backup context end with the
+    // object.
     if (set.components != nullptr) {
         (void)set.components->methods->release(set.components);
         set.components = nullptr;

@@ -33,9 +33,11 @@ struct SnapshotSet {
     uint32_t count = 0;                   // entries in use
 };
 
-/// Takes snapshots of the first 16 of `count` volumes, named by their GUID paths. Waits for the system's writers as
-/// long as they take. KK_STATUS_NOT_FOUND without the service, KK_STATUS_NO_MEMORY, or the HRESULT of the failing call;
-/// the set may then be partly made and is still to be released.
+/// Takes snapshots of the first 16 of `count` volumes, named by their GUID paths. Waits for the system's writers
+/// without a limit, on purpose: only they know how long they need. KK_STATUS_NOT_FOUND without the service,
+/// KK_STATUS_NO_MEMORY, KK_STATUS_UNSUCCESSFUL when the service gives no object, or the HRESULT of the failing call;
+/// the set may then be partly made and is still to be released. A success may come without an object too, so callers
+/// look at `components`.
 [[nodiscard]] KK_STATUS CreateSnapshots(SnapshotSet& set, const char16_t* const* volumeNames, uint32_t count);
 
 /// The device that shows the snapshot of the volume of exactly this name, or null.

@@ -11,8 +11,9 @@ namespace kk {
 
 namespace {
 
-constexpr uint32_t kAnswerBytes = 1048600;
-constexpr uint64_t kBitsInAnswer = (kAnswerBytes - sizeof(VolumeBitmapHeader)) * 8;
+constexpr uint32_t kBitmapBytes = 1048584;
+constexpr uint32_t kAnswerBytes = sizeof(VolumeBitmapHeader) + kBitmapBytes;
+constexpr uint64_t kBitsInAnswer = uint64_t{kBitmapBytes} * 8;
 static_assert(kBitsInAnswer % 64 == 0, "runs are found a whole word at a time");
 
 /// What one request told.
@@ -44,7 +45,8 @@ KK_STATUS RequestPiece(DeviceFile& volume, uint64_t cluster, uint32_t clusterSiz
     if (volumeBytes > static_cast<uint64_t>(INT64_MAX)) {
         return KK_STATUS_UNSUCCESSFUL;
     }
-    // The size counts to the end of the volume, however little of the bitmap fitted.
+    // The size counts to the end of the volume, however little of the bitmap fitted. The system's other way of saying
+    // that more follows, "more entries", is no failure, so it cannot be told from success here and need not be.
     const uint64_t bitsReturned = (uint64_t{returned} - sizeof(header)) * 8;
     piece.bitCount = Min(reported, Min(kBitsInAnswer, bitsReturned));
     piece.moreFollows = status == kStatusBufferOverflow || reported > piece.bitCount;
@@ -58,11 +60,11 @@ KK_STATUS GetVolumeUsedExtents(const char16_t* path, uint32_t clusterSize, Array
     if (clusterSize == 0) {
         return KK_STATUS_INVALID_PARAMETER;
     }
+    HeapBlock answer;  // before the volume, so that it outlives it
     DevicePtr volume;
     KK_TRY(OpenDevice(path, false, volume));
-    HeapBlock answer;
     if (!answer.Allocate(kAnswerBytes)) {
-        return KK_STATUS_UNSUCCESSFUL;
+        return KK_STATUS_UNSUCCESSFUL;  // and not "no memory", on purpose: callers know this failure as "no list"
     }
 
     BitmapRuns runs(clusterSize, extents);
@@ -70,7 +72,7 @@ KK_STATUS GetVolumeUsedExtents(const char16_t* path, uint32_t clusterSize, Array
         BitmapPiece piece = {};
         KK_TRY(RequestPiece(*volume, cluster, clusterSize, answer.Data(), piece));
         if (piece.firstCluster > cluster) {
-            // Clusters that nobody told about must not pass for free ones.
+            // On purpose: clusters that nobody told about must not pass for free ones.
             return KK_STATUS_UNSUCCESSFUL;
         }
         // An answer that starts early repeats clusters; they must not be counted twice.

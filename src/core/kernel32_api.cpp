@@ -36,7 +36,7 @@ bool BindKernel32()
     }
     // Set before the attempt: a library that failed to load is never looked for again.
     gApi.tried = 1;
-    gApi.ok = BindLibrary(kLibrary, &gApi) ? 1 : 0;
+    gApi.ok = BindLibrary(kLibrary, &gApi) == Binding::Complete ? 1 : 0;
     return gApi.ok != 0;
 }
 

@@ -39,11 +39,11 @@ void* SystemProcAddress(void* module, const char* name)
     return Failed(LdrGetProcedureAddress(module, &counted, 0, &address)) ? nullptr : address;
 }
 
-bool BindLibrary(const LibraryBinding& library, void* table)
+Binding BindLibrary(const LibraryBinding& library, void* table)
 {
     void* module = LoadSystemLibrary(library.name);
     if (module == nullptr) {
-        return false;
+        return Binding::NotLoaded;
     }
     bool complete = true;
     for (const EntryPoint& entry : library.entries) {
@@ -51,7 +51,7 @@ bool BindLibrary(const LibraryBinding& library, void* table)
         CopyBytes(static_cast<uint8_t*>(table) + entry.slot, static_cast<const void*>(&address), sizeof(address));
         complete = complete && (address != nullptr || !entry.required);
     }
-    return complete;
+    return complete ? Binding::Complete : Binding::Incomplete;
 }
 
 }  // namespace kk

@@ -25,9 +25,15 @@ struct LibraryBinding {
     std::span<const EntryPoint> entries;
 };
 
-/// Loads the library and stores the address of every entry point in `table`, null where there is none. False when the
-/// library does not load, which leaves the table alone, or when a required entry point is missing. The module is never
-/// unloaded.
-[[nodiscard]] bool BindLibrary(const LibraryBinding& library, void* table);
+/// How a binding went.
+enum class Binding {
+    NotLoaded,   // the table is as it was
+    Incomplete,  // a required entry point is missing
+    Complete,
+};
+
+/// Loads the library and stores the address of every entry point in `table`, null where there is none. The module is
+/// never unloaded.
+[[nodiscard]] Binding BindLibrary(const LibraryBinding& library, void* table);
 
 }  // namespace kk

@@ -31,7 +31,7 @@ bool BindVirtdiskCreate()
         return gApi.createVirtualDisk != nullptr;
     }
     gApi.tried = 1;
-    return BindLibrary(kLibrary, &gApi);
+    return BindLibrary(kLibrary, &gApi) == Binding::Complete;
 }
 
 }  // namespace kk

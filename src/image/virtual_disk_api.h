@@ -75,7 +75,8 @@ struct VirtdiskCreateApi {
 const VirtdiskCreateApi& GetVirtdiskCreateApi();
 
 /// Binds the table on the first call and then tells whether all four entry points were found. Later calls tell only
-/// whether `createVirtualDisk` was: on purpose, so users test the other entries before they call them.
+/// whether `createVirtualDisk` was, on purpose: the table keeps no verdict, and creation is what callers ask for. So
+/// users test the other entries before they call them.
 [[nodiscard]] bool BindVirtdiskCreate();
 
 }  // namespace kk

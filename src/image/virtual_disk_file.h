@@ -7,7 +7,8 @@
 namespace kk {
 
 /// A new virtual-disk file and its attachment as a disk, which lasts until it is detached or this object ends. All
-/// troubles of the service are KK_STATUS_UNSUCCESSFUL; a missing entry point is KK_STATUS_NOT_FOUND.
+/// troubles of the service are KK_STATUS_UNSUCCESSFUL, on purpose: its error numbers are no statuses. A missing entry
+/// point is KK_STATUS_NOT_FOUND.
 class VirtualDiskFile {
 public:
     VirtualDiskFile() = default;

@@ -145,7 +145,7 @@ struct SampleTable {
 
 class BindLibraryTest : public LibraryBindingTest {
 protected:
-    bool Bind() { return BindLibrary({u"sample.dll", kEntries}, &table_); }
+    Binding Bind() { return BindLibrary({u"sample.dll", kEntries}, &table_); }
 
     static constexpr EntryPoint kEntries[] = {{"First", offsetof(SampleTable, first), true},
                                               {"Second", offsetof(SampleTable, second), false},
@@ -155,7 +155,7 @@ protected:
 
 TEST_F(BindLibraryTest, FillsEverySlotInTheOrderOfTheEntries)
 {
-    EXPECT_TRUE(Bind());
+    EXPECT_EQ(Bind(), Binding::Complete);
 
     EXPECT_EQ(table_.first, &gFirst);
     EXPECT_EQ(table_.second, &gSecond);
@@ -168,7 +168,7 @@ TEST_F(BindLibraryTest, AMissingOptionalEntryIsNullAndNoFailure)
 {
     machine.modules.RemoveEntry(u"sample.dll", "Second");
 
-    EXPECT_TRUE(Bind());
+    EXPECT_EQ(Bind(), Binding::Complete);
     EXPECT_EQ(table_.second, nullptr);
     EXPECT_EQ(table_.third, &gThird);
 }
@@ -177,7 +177,7 @@ TEST_F(BindLibraryTest, AMissingRequiredEntryFailsAfterAllWereLookedUp)
 {
     machine.modules.RemoveEntry(u"sample.dll", "First");
 
-    EXPECT_FALSE(Bind());
+    EXPECT_EQ(Bind(), Binding::Incomplete);
     EXPECT_EQ(table_.first, nullptr);
     EXPECT_EQ(table_.second, &gSecond);
     EXPECT_EQ(table_.third, &gThird);
@@ -188,7 +188,7 @@ TEST_F(BindLibraryTest, AMissingLastRequiredEntryFails)
 {
     machine.modules.RemoveEntry(u"sample.dll", "Third");
 
-    EXPECT_FALSE(Bind());
+    EXPECT_EQ(Bind(), Binding::Incomplete);
     EXPECT_EQ(table_.first, &gFirst);
     EXPECT_EQ(table_.third, nullptr);
 }
@@ -197,7 +197,7 @@ TEST_F(BindLibraryTest, AMissingLibraryLeavesTheTableAlone)
 {
     machine.modules.Remove(u"sample.dll");
 
-    EXPECT_FALSE(Bind());
+    EXPECT_EQ(Bind(), Binding::NotLoaded);
     EXPECT_EQ(table_.first, this);
     EXPECT_TRUE(LookedUp().empty());
 }

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <array>
 
+#include "backup/backup_plan.h"
+#include "backup/image_partition_table.h"
 #include "exports/support/backup_test.h"
 #include "machine/ntfs_reader.h"
 
@@ -141,6 +143,33 @@ TEST_F(BackupCopyTest, MovesEightMebibytesAtATimeThroughOneBuffer)
     EXPECT_EQ(std::ranges::count(machine.heap.Sizes(), kTransfer), 1);
     EXPECT_EQ(machine.heap.LiveBlocks(), 0u);
     EXPECT_LT(machine.heap.PeakBytes(), kTransfer + 64 * kKiB);
+}
+
+TEST_F(BackupCopyTest, AllocatesNothingButWhatItNeeds)
+{
+    machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 20 * kMiB}}});
+    machine.HideVolume(*machine.FindVolume(0, kMiB));
+
+    ASSERT_EQ(Backup(), 0);
+
+    constexpr uint64_t deviceObject = 16;
+    std::vector<uint64_t> expected = {deviceObject,                    // the source, for its layout
+                                      18624,                           // the layout's answer
+                                      8 * sizeof(kk::PartitionEntry),  // the partitions
+                                      8 * sizeof(kk::BackupPlanEntry),
+                                      deviceObject,  // the image's disk
+                                      deviceObject,  // the source, for its data
+                                      8 * sizeof(kk::GptImageEntry),
+                                      16384,  // the table's entries
+                                      512,    // its other sectors
+                                      kTransfer,
+                                      8,   // the manifest's first byte
+                                      8};  // and its open containers
+    // The manifest's text doubles until it fits.
+    for (uint64_t size = 16; size / 2 <= ReadFile(ManifestPath()).size(); size *= 2) {
+        expected.push_back(size);
+    }
+    EXPECT_EQ(machine.heap.Sizes(), expected);
 }
 
 TEST_F(BackupCopyTest, ReadsEachTransferBeforeItWritesIt)

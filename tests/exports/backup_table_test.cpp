@@ -84,6 +84,23 @@ TEST_F(BackupTableTest, PutsLogicalDrivesOfAnMbrDiskIntoPrimaryEntriesAndMarksNo
     ExpectSameBytes(disk, 32 * kMiB, 32 * kMiB, 4 * kMiB);
 }
 
+TEST_F(BackupTableTest, HasRoomForFourPartitionsOfAnMbrDiskAndCopiesTheFifthAllTheSame)
+{
+    machine::Disk& disk = machine.AddDisk(64 * kMiB);
+    disk.Mbr({.partitions = {{.start = kMiB, .length = kMiB}, {.start = 3 * kMiB, .length = kMiB}},
+              .logicals = {{.start = 16 * kMiB, .length = kMiB},
+                           {.start = 24 * kMiB, .length = kMiB},
+                           {.start = 32 * kMiB, .length = kMiB}}});
+    FillPattern(disk, 32 * kMiB, kMiB, 5);
+
+    ASSERT_EQ(Backup(), 0);
+
+    EXPECT_EQ(ImagePartitionStarts(), (std::vector<uint64_t>{kMiB, 3 * kMiB, 16 * kMiB, 24 * kMiB}));
+    EXPECT_EQ(result.partitionsCopied, 5u);
+    ExpectSameBytes(disk, 32 * kMiB, 32 * kMiB, kMiB);
+    EXPECT_EQ(Manifest()["partitions"].size(), 5u);
+}
+
 TEST_F(BackupTableTest, KeepsPartitionsThatWereNotChosenAsEmptyRegions)
 {
     AddUsualDisk();

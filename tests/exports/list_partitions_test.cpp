@@ -1,8 +1,4 @@
-#include <algorithm>
-#include <cstring>
-
-#include "disk/volume_controls.h"
-#include "exports/support/export_test.h"
+#include "exports/support/list_partitions_test.h"
 #include "support/sweep.h"
 
 namespace {
@@ -10,57 +6,7 @@ namespace {
 using machine::CallKind;
 using machine::FileSystem;
 
-constexpr uint32_t kNtfsVolumeData = 0x90064;
 constexpr uint32_t kLayout = 0x70050;
-constexpr uint8_t kPattern = 0xEE;
-
-/// A text field of a record, up to its terminator or its end; its address may be odd.
-std::u16string TextAt(const KkPartitionInfo& record, size_t offset, size_t bytes)
-{
-    std::u16string text(bytes / sizeof(char16_t), u'\0');
-    std::memcpy(text.data(), reinterpret_cast<const uint8_t*>(&record) + offset, bytes);
-    return text.substr(0, text.find(u'\0'));
-}
-
-#define TEXT_OF(record, field) TextAt((record), offsetof(KkPartitionInfo, field), sizeof((record).field))
-
-class ListPartitionsTest : public ExportTest {
-protected:
-    /// The partitions of a disk, in records that held nothing but `fill` before.
-    std::vector<KkPartitionInfo> List(uint32_t disk, uint32_t capacity = 16, uint8_t fill = 0)
-    {
-        std::vector<KkPartitionInfo> records(capacity);
-        std::memset(static_cast<void*>(records.data()), fill, records.size() * sizeof(KkPartitionInfo));
-        status = api.listPartitions(disk, records.data(), capacity, &count);
-        records.resize(std::min(count, capacity));
-        return records;
-    }
-
-    machine::Disk& AddGptDisk()
-    {
-        return machine.AddDisk(64 * kMiB).Gpt(
-            {.partitions = {
-                 {.start = kMiB, .length = 16 * kMiB, .name = u"First"},
-                 {.start = 20 * kMiB, .length = 40 * kMiB, .type = machine::kEfiSystemType, .name = u"Second"}}});
-    }
-
-    /// What describes the partition itself is right; each text and the size of its volume is right or missing.
-    static void ExpectTruthOrNothing(const KkPartitionInfo& record, const KkPartitionInfo& truth)
-    {
-        EXPECT_EQ(std::memcmp(&record, &truth, offsetof(KkPartitionInfo, driveLetter)), 0);
-        EXPECT_TRUE(record.fileSystemSize == 0 || record.fileSystemSize == truth.fileSystemSize);
-        const auto rightOrMissing = [](const std::u16string& text, const std::u16string& right) {
-            EXPECT_TRUE(text.empty() || text == right);
-        };
-        rightOrMissing(TEXT_OF(record, driveLetter), TEXT_OF(truth, driveLetter));
-        rightOrMissing(TEXT_OF(record, fileSystemName), TEXT_OF(truth, fileSystemName));
-        rightOrMissing(TEXT_OF(record, deviceName), TEXT_OF(truth, deviceName));
-        rightOrMissing(TEXT_OF(record, volumePath), TEXT_OF(truth, volumePath));
-    }
-
-    uint32_t count = 0xFFFF;
-    int32_t status = -1;
-};
 
 TEST_F(ListPartitionsTest, DescribesAnNtfsPartitionInFull)
 {
@@ -117,50 +63,6 @@ TEST_F(ListPartitionsTest, ListsLogicalDrivesInTableOrderWithoutTheirContainer)
     EXPECT_EQ(uint64_t{partitions[2].startOffset}, 32 * kMiB);
     EXPECT_EQ(uint64_t{partitions[3].startOffset}, 64 * kMiB);
     EXPECT_EQ(partitions[3].mbrType, 0x83);
-}
-
-TEST_F(ListPartitionsTest, LeavesEveryByteWithoutContentAsTheCallerHadIt)
-{
-    AddGptDisk();
-    machine.HideVolume(*machine.FindVolume(0, kMiB));
-
-    const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
-
-    ASSERT_EQ(partitions.size(), 2u);
-    const auto* const bytes = reinterpret_cast<const uint8_t*>(&partitions[0]);
-    EXPECT_EQ(bytes[109] | bytes[110], 0) << "no drive letter";
-    EXPECT_EQ(bytes[125] | bytes[126], 0) << "no file system";
-    EXPECT_EQ(bytes[149] | bytes[150], 0) << "no device";
-    EXPECT_EQ(bytes[245] | bytes[246], 0) << "no volume path";
-    for (const auto& [first, end] : {std::pair{111, 117}, {127, 149}, {151, 245}, {247, 373}}) {
-        EXPECT_TRUE(std::all_of(bytes + first, bytes + end, [](uint8_t byte) { return byte == kPattern; }))
-            << "bytes " << first << " to " << end;
-    }
-    EXPECT_EQ(uint64_t{partitions[0].fileSystemSize}, 0u);
-}
-
-TEST_F(ListPartitionsTest, WritesTheDeviceNameWithoutATerminator)
-{
-    AddGptDisk();
-    const std::u16string name = machine.FindVolume(0, kMiB)->DeviceName();
-
-    const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
-
-    const auto* const field = reinterpret_cast<const uint8_t*>(&partitions[0]) + 149;
-    EXPECT_EQ(std::memcmp(field, name.data(), name.size() * 2), 0);
-    EXPECT_TRUE(std::all_of(field + name.size() * 2, field + 96, [](uint8_t byte) { return byte == kPattern; }));
-}
-
-TEST_F(ListPartitionsTest, NeverWritesTheFourthUnitOfTheDriveLetter)
-{
-    AddGptDisk();
-    machine.AssignLetter(*machine.FindVolume(0, kMiB), u'Q');
-
-    const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
-
-    const auto* const field = reinterpret_cast<const uint8_t*>(&partitions[0]) + 109;
-    const uint8_t expected[8] = {'Q', 0, ':', 0, 0, 0, kPattern, kPattern};
-    EXPECT_EQ(std::memcmp(field, expected, 8), 0);
 }
 
 TEST_F(ListPartitionsTest, OnlyCountsWithoutRecordsAndLooksAtNoVolume)
@@ -240,62 +142,6 @@ TEST_F(ListPartitionsTest, SucceedsWithNothingOnADiskWithoutATable)
     EXPECT_EQ(count, 0u);
 }
 
-TEST_F(ListPartitionsTest, NamesOtherFileSystemsWithoutASize)
-{
-    AddGptDisk().Format(20 * kMiB, 40 * kMiB, FileSystem::Fat32);
-
-    const std::vector<KkPartitionInfo> partitions = List(0);
-
-    EXPECT_EQ(TEXT_OF(partitions[1], fileSystemName), u"FAT32");
-    EXPECT_EQ(uint64_t{partitions[1].fileSystemSize}, 0u);
-}
-
-TEST_F(ListPartitionsTest, LeavesTheNameOfARawVolumeEmpty)
-{
-    AddGptDisk();
-
-    const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
-
-    const auto* const field = reinterpret_cast<const uint8_t*>(&partitions[0]) + 125;
-    const uint8_t expected[8] = {0, 0, 'A', 0, 'W', 0, 0, 0};
-    EXPECT_EQ(std::memcmp(field, expected, 8), 0) << "only the first unit is cleared";
-}
-
-TEST_F(ListPartitionsTest, KeepsANameThatOnlyBeginsLikeRawOrDiffersInCase)
-{
-    AddGptDisk();
-    machine.FindVolume(0, kMiB)->SetFileSystemName(u"RAWFS");
-    machine.FindVolume(0, 20 * kMiB)->SetFileSystemName(u"Raw");
-
-    const std::vector<KkPartitionInfo> partitions = List(0);
-
-    EXPECT_EQ(TEXT_OF(partitions[0], fileSystemName), u"RAWFS");
-    EXPECT_EQ(TEXT_OF(partitions[1], fileSystemName), u"Raw");
-}
-
-TEST_F(ListPartitionsTest, CutsLongFileSystemNamesToElevenUnits)
-{
-    AddGptDisk();
-    machine.FindVolume(0, kMiB)->SetFileSystemName(u"FifteenLetters!");
-
-    const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
-
-    EXPECT_EQ(TEXT_OF(partitions[0], fileSystemName), u"FifteenLett");
-}
-
-TEST_F(ListPartitionsTest, TakesA512ByteSectorWhenNtfsReportsNone)
-{
-    AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
-    machine.FindVolume(0, kMiB)->SetNtfsData([](const machine::ControlRequest&) {
-        kk::NtfsVolumeData data = {};
-        data.numberSectors = 1000;
-        data.bytesPerCluster = 4096;
-        return machine::ControlAnswer{.output = machine::BytesOf(data)};
-    });
-
-    EXPECT_EQ(uint64_t{List(0)[0].fileSystemSize}, 512'000u);
-}
-
 TEST_F(ListPartitionsTest, KeepsAFullPartitionNameWithoutATerminator)
 {
     const std::u16string name(36, u'n');
@@ -304,113 +150,6 @@ TEST_F(ListPartitionsTest, KeepsAFullPartitionNameWithoutATerminator)
     const std::vector<KkPartitionInfo> partitions = List(0);
 
     EXPECT_EQ(TEXT_OF(partitions[0], name), name);
-}
-
-TEST_F(ListPartitionsTest, DescribesAVolumeInAFixedOrder)
-{
-    machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}}});
-    machine.FindVolume(0, kMiB);
-
-    List(0);
-
-    std::vector<std::string> steps;
-    for (const machine::CallRecord& call : machine.journal.Records()) {
-        if (call.kind == CallKind::CreateFile || call.kind == CallKind::QueryVolumeInformation) {
-            steps.push_back(call.name + " " + call.object + " " + std::to_string(call.options));
-        }
-    }
-    const std::string device = "\\Device\\HarddiskVolume1";
-    const std::vector<std::string> expected = {
-        "NtCreateFile \\??\\PhysicalDrive0 2144",         // the layout
-        "NtCreateFile " + device + " 2144",               // the search for the volume
-        "NtCreateFile \\Device\\MountPointManager 2144",  // the letter
-        "NtCreateFile " + device + " 2144",               // the size
-        "NtCreateFile " + device + " 96",                 // the file system's name
-        "NtQueryVolumeInformationFile " + device + " 0",
-        "NtCreateFile \\Device\\MountPointManager 2144",  // the path
-    };
-    EXPECT_EQ(steps, expected);
-}
-
-TEST_F(ListPartitionsTest, AsksForNtfsDataWithRoomForLaterSystems)
-{
-    machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}}});
-
-    List(0);
-
-    const std::vector<machine::CallRecord> requests = machine.journal.FindAll({.code = kNtfsVolumeData});
-    ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0].length, 96u);
-    EXPECT_EQ(requests[1].length, 128u);
-    const machine::CallRecord* const name = machine.journal.First({.kind = CallKind::QueryVolumeInformation});
-    ASSERT_NE(name, nullptr);
-    EXPECT_EQ(name->length, 160u);
-    EXPECT_EQ(name->code, 5u);
-}
-
-TEST_F(ListPartitionsTest, StillNamesTheFileSystemWhenTheSizeCannotBeAskedFor)
-{
-    AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
-    machine.faults.Fail({.kind = CallKind::CreateFile, .object = "HarddiskVolume1"}, 2, 0xC0000022);
-
-    const std::vector<KkPartitionInfo> partitions = List(0);
-
-    EXPECT_EQ(uint64_t{partitions[0].fileSystemSize}, 0u);
-    EXPECT_EQ(TEXT_OF(partitions[0], fileSystemName), u"NTFS");
-}
-
-TEST_F(ListPartitionsTest, NeverReportsAWrappedFileSystemSize)
-{
-    AddGptDisk();
-    machine.FindVolume(0, kMiB)->SetNtfsData([](const machine::ControlRequest&) {
-        kk::NtfsVolumeData data = {};
-        data.numberSectors = -1;
-        data.bytesPerSector = 512;
-        return machine::ControlAnswer{.output = machine::BytesOf(data)};
-    });
-
-    EXPECT_EQ(uint64_t{List(0)[0].fileSystemSize}, UINT64_MAX);
-}
-
-TEST_F(ListPartitionsTest, TakesNoFileSystemNameFromAWarning)
-{
-    AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
-    machine.faults.Fail({.kind = CallKind::QueryVolumeInformation}, 1, 0x80000005);
-
-    EXPECT_EQ(TEXT_OF(List(0)[0], fileSystemName), u"");
-}
-
-TEST_F(ListPartitionsTest, OpensTheVolumeForItsFileSystemsNameLikeAnyReader)
-{
-    machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}}});
-
-    List(0);
-
-    const machine::CallRecord* const open =
-        machine.journal.Last({.kind = CallKind::CreateFile, .object = "HarddiskVolume1"});
-    ASSERT_NE(open, nullptr);
-    EXPECT_EQ(open->access, 0x120089u);
-    EXPECT_EQ(open->share, 3u);
-    EXPECT_EQ(open->disposition, 1u);
-    EXPECT_EQ(open->options, 0x60u);
-    EXPECT_EQ(open->fileAttributes, 0x80u);
-    EXPECT_EQ(open->objectAttributes, 0x40u);
-}
-
-TEST_F(ListPartitionsTest, LeavesTheTailsOfItsTextsAsTheCallerHadThem)
-{
-    AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
-
-    const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
-
-    const auto* const bytes = reinterpret_cast<const uint8_t*>(&partitions[0]);
-    const size_t nameEnd = offsetof(KkPartitionInfo, fileSystemName) + (4 + 1) * 2;
-    const size_t pathEnd = offsetof(KkPartitionInfo, volumePath) + (49 + 1) * 2;
-    EXPECT_EQ(TEXT_OF(partitions[0], volumePath).size(), 49u);
-    for (const auto& [first, end] : {std::pair<size_t, size_t>{111, 117}, {nameEnd, 149}, {pathEnd, 373}}) {
-        EXPECT_TRUE(std::all_of(bytes + first, bytes + end, [](uint8_t byte) { return byte == kPattern; }))
-            << "bytes " << first << " to " << end;
-    }
 }
 
 TEST_F(ListPartitionsTest, WritesNoRecordWhenThereIsNoMemoryForTheNinthPartition)

@@ -9,6 +9,7 @@
 #include "disk/mount_points.h"
 #include "disk/volume_controls.h"
 #include "disk/volume_lookup.h"
+#include "kestrelkit/kestrelkit.h"
 
 namespace kk {
 

@@ -1,5 +1,6 @@
 #include "core/status.h"
 #include "disk/disk_layout.h"
+#include "kestrelkit/kestrelkit.h"
 
 namespace kk {
 
