@@ -19,11 +19,14 @@ public:
     void Finish();
 
 private:
+    /// The clusters' state changes at `cluster`.
+    void PassEdge(uint64_t cluster);
+
     uint32_t clusterSize_;
     Array<VolumeExtent>& extents_;
     bool open_ = false;
     uint64_t runFirst_ = 0;  // cluster
-    uint64_t runEnd_ = 0;    // cluster behind the run
+    uint64_t runEnd_ = 0;    // cluster behind the run, as far as it is known
 };
 
 }  // namespace kk
