@@ -24,7 +24,8 @@ class WineTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="kkctl_wine_")
-        cls.environment = dict(os.environ, WINEPREFIX=os.path.join(cls.folder, "prefix"), WINEDEBUG="-all")
+        cls.environment = dict(os.environ, WINEPREFIX=os.path.join(cls.folder, "prefix"),
+                               TMPDIR=cls.folder, WINEDEBUG="-all")
         subprocess.run([WINE, PROGRAM, "--help"], env=cls.environment, stdin=subprocess.DEVNULL,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=PREFIX_SECONDS, check=True)
 
