@@ -104,9 +104,9 @@ void FillRecord(uint32_t disk, const PartitionEntry& partition, KkPartitionInfo&
     DescribeVolumePath(devicePath, record);
 }
 
+/// `count` is written on success alone.
 KK_STATUS ListPartitions(uint32_t disk, KkPartitionInfo* records, uint32_t capacity, uint32_t& count)
 {
-    count = 0;
     DiskLayout layout;
     KK_TRY(ReadDiskLayout(disk, layout));
     count = static_cast<uint32_t>(layout.partitions.Count());

@@ -1,5 +1,5 @@
-#include <algorithm>
-#include <array>
+#include <optional>
+#include <utility>
 
 #include "exports/support/backup_test.h"
 #include "support/forked_run.h"
@@ -11,6 +11,26 @@ using machine::CallKind;
 class BackupFailureTest : public BackupTest {
 protected:
     bool ImageExists() const { return images->Knows(ImagePath()); }
+
+    /// Has the system tell of MBR partitions that no disk has, by their starts and lengths.
+    void PretendPartitions(const std::vector<std::pair<int64_t, int64_t>>& places)
+    {
+        kk::DriveLayoutInformationEx head = {};
+        head.partitionStyle = kk::WirePartitionStyle::Mbr;
+        head.partitionCount = static_cast<uint32_t>(places.size());
+        std::vector<uint8_t> answer = machine::BytesOf(head);
+        for (const auto& [start, length] : places) {
+            kk::PartitionInformationEx partition = {};
+            partition.startingOffset = start;
+            partition.partitionLength = length;
+            partition.mbr.partitionType = 7;
+            const std::vector<uint8_t> bytes = machine::BytesOf(partition);
+            answer.insert(answer.end(), bytes.begin(), bytes.end());
+        }
+        machine.OnControl({.code = 0x70050}, [answer](const machine::CallRecord&, const machine::ControlRequest&) {
+            return std::optional(machine::ControlAnswer{.output = answer});
+        });
+    }
 };
 
 TEST_F(BackupFailureTest, RefusesArgumentsThatAreMissing)
@@ -258,23 +278,7 @@ TEST_F(BackupFailureTest, FailsWhenTheImageWouldBeLargerThanNumbersGo)
 TEST_F(BackupFailureTest, FailsWhenPackedPartitionsWouldEndBeyondAllNumbers)
 {
     AddUsualDisk();
-    machine.OnControl(
-        {.code = 0x70050},
-        [](const machine::CallRecord&, const machine::ControlRequest&) -> std::optional<machine::ControlAnswer> {
-            kk::DriveLayoutInformationEx head = {};
-            head.partitionStyle = kk::WirePartitionStyle::Mbr;
-            head.partitionCount = 4;
-            std::array<kk::PartitionInformationEx, 4> partitions = {};
-            for (kk::PartitionInformationEx& partition : partitions) {
-                partition.startingOffset = int64_t{1} << 20;
-                partition.partitionLength = INT64_MAX;
-                partition.mbr.partitionType = 7;
-            }
-            std::vector<uint8_t> output = machine::BytesOf(head);
-            const std::vector<uint8_t> tail = machine::BytesOf(partitions);
-            output.insert(output.end(), tail.begin(), tail.end());
-            return machine::ControlAnswer{.output = output};
-        });
+    PretendPartitions({{kMiB, INT64_MAX}, {kMiB, INT64_MAX}, {kMiB, INT64_MAX}, {kMiB, INT64_MAX}});
 
     EXPECT_EQ(Backup({.compact = 1}), KK_STATUS_UNSUCCESSFUL);
     EXPECT_FALSE(ImageExists());
@@ -283,21 +287,7 @@ TEST_F(BackupFailureTest, FailsWhenPackedPartitionsWouldEndBeyondAllNumbers)
 TEST_F(BackupFailureTest, NeverTurnsAWrappedOffsetIntoAWriteElsewhere)
 {
     AddUsualDisk();
-    machine.OnControl(
-        {.code = 0x70050},
-        [](const machine::CallRecord&, const machine::ControlRequest&) -> std::optional<machine::ControlAnswer> {
-            kk::DriveLayoutInformationEx head = {};
-            head.partitionStyle = kk::WirePartitionStyle::Mbr;
-            head.partitionCount = 1;
-            kk::PartitionInformationEx partition = {};
-            partition.startingOffset = -1;
-            partition.partitionLength = int64_t{1} << 40;
-            partition.mbr.partitionType = 7;
-            std::vector<uint8_t> output = machine::BytesOf(head);
-            const std::vector<uint8_t> tail = machine::BytesOf(partition);
-            output.insert(output.end(), tail.begin(), tail.end());
-            return machine::ControlAnswer{.output = output};
-        });
+    PretendPartitions({{-1, int64_t{1} << 40}});
 
     EXPECT_EQ(Backup(), KK_STATUS_INVALID_PARAMETER);
 

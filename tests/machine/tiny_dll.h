@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "temporary_folder.h"
+#include "support/shell.h"
 
 // Small DLLs for the loader's tests, compiled on the spot by the same compiler and linker that build the shipped one.
 

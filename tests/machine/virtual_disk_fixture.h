@@ -11,7 +11,7 @@
 #include "core/nt.h"
 #include "image/virtual_disk_api.h"
 #include "machine/machine.h"
-#include "temporary_folder.h"
+#include "support/shell.h"
 
 namespace machine::test {
 
