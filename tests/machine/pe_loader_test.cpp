@@ -16,7 +16,6 @@ namespace {
 
 using test::BuildTinyDll;
 using test::ReadBytes;
-using test::TemporaryFolder;
 using test::WriteBytes;
 
 constexpr char kCountingDll[] = R"(

@@ -20,6 +20,16 @@
     static_assert(offsetof(ours, ourField) == (offset), #ours "." #ourField);
 #define FACT_VALUE(sdk, ours, value) static_assert(static_cast<uint32_t>(ours) == static_cast<uint32_t>(value), #ours);
 
+namespace {
+
+/// Four bytes of a GUID's tail as one number, the first the highest.
+consteval uint32_t BigEndian(const uint8_t* bytes)
+{
+    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+}  // namespace
+
 #include "native_facts.inc"
 #include "service_facts.inc"
 #include "snapshot_facts.inc"
@@ -34,4 +44,6 @@ static_assert(offsetof(kk::CreateVirtualDiskParameters, parentVirtualStorageType
 static_assert(offsetof(kk::CreateVirtualDiskParameters, sourceVirtualStorageType) == 88);
 static_assert(offsetof(kk::CreateVirtualDiskParameters, resiliencyGuid) == 108);
 static_assert(sizeof(kk::CreateVirtualDiskParameters) == 128);
-static_assert(kk::kVirtualStorageTypeDeviceVhdx == 3);
+// Newer than MinGW-w64 10, too.
+static_assert(offsetof(kk::PartitionInformationEx, isServicePartition) == 29);
+static_assert(offsetof(kk::PartitionInformationMbr, partitionId) == 8);
