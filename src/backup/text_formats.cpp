@@ -34,7 +34,7 @@ void FormatBackupSetId(char (&output)[kBackupSetIdBytes])
     const int64_t time = QuerySystemTime();
     uint32_t seed = FoldTime(time);
     const uint64_t random = RtlRandomEx(&seed);
-    // Time and random bits overlap on purpose: the identifiers of existing sets were mixed this way.
+    // Time and random bits overlap on purpose, so that both have a part in most of the digits.
     const uint64_t lowTime = static_cast<uint32_t>(static_cast<uint64_t>(time));
     const uint64_t value = (((lowTime << 24) ^ random) << 8) ^ seed;
 

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "backup/backup_plan.h"
 #include "backup/used_extents.h"
 #include "exports/support/backup_test.h"
@@ -113,7 +115,11 @@ TEST_F(BackupSweepTest, LeavesNothingBehindWhenEverythingFailsFromSomePointOn)
     SweepFailingCalls(
         machine, FaultMode::ThatCallAndAllLater, [&] { return FreshBackup({.useSnapshots = 1, .compact = 1}); },
         [&](const machine::CallRecord* failed, int32_t status) {
-            EXPECT_TRUE(status < 0 || failed == nullptr || !ResultIsUntouched());
+            // Nothing that comes after the detachment can spoil a backup, and nothing before it can be done without.
+            const std::vector<machine::CallRecord> detaches = machine.journal.FindAll({.name = "DetachVirtualDisk"});
+            const bool detached = std::ranges::any_of(detaches, [](const auto& call) { return !call.struck; });
+            EXPECT_EQ(status == 0, detached);
+            EXPECT_TRUE(failed != nullptr || detached);
         });
 }
 
