@@ -26,6 +26,7 @@ enum class CallKind {
     GetProcedure,
     Win32Error,  // an entry point bound at run time that answers with a Win32 error number
     Win32Bool,   // one that answers with a number of which 0 means failure
+    Privileged,  // asks for a privilege, or for something that needs one
     ComMethod,   // one, or a method of an object, that answers with an HRESULT
     Release,     // one that gives something back and cannot fail: IUnknown::Release, CoUninitialize, ...
 };
@@ -36,16 +37,16 @@ struct CallRecord {
     CallKind kind = CallKind::Release;
     std::string name;    // "NtReadFile", "CreateVirtualDisk", "IVssAsync::Wait"
     std::string object;  // the NT name behind the handle, the name to open, the library or entry point, the path
-    uint32_t code = 0;   // control code or information class
+    uint32_t code = 0;   // control code, information class, privilege or action
     uint64_t offset = 0;
-    uint64_t length = 0;  // bytes to transfer, bytes to allocate, room for a control request's answer
+    uint64_t length = 0;  // bytes to transfer or to allocate, room for an answer, milliseconds to wait
     uint32_t access = 0;
     uint32_t share = 0;
     uint32_t disposition = 0;
-    uint32_t options = 0;
+    uint32_t options = 0;  // of an open; flags of other calls
     uint32_t fileAttributes = 0;
     uint32_t objectAttributes = 0;    // the flags of OBJECT_ATTRIBUTES
-    std::vector<uint8_t> input = {};  // what a control request sends, up to a few KiB
+    std::vector<uint8_t> input = {};  // what a control request sends, up to a few KiB; another call's main record
     uint32_t result = 0;              // status, Win32 error, HRESULT; 1 or 0 for a pointer or truth value
     uint64_t information = 0;
     uint64_t enteredNs = 0;  // on a clock that never goes back

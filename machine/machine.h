@@ -19,6 +19,7 @@
 #include "machine/modules.h"
 #include "machine/mount_manager.h"
 #include "machine/namespace.h"
+#include "machine/privileges.h"
 #include "machine/random.h"
 #include "machine/switches.h"
 #include "machine/thread_block.h"
@@ -26,7 +27,7 @@
 
 namespace machine {
 
-/// A 64-bit NT machine with one process. It exists once at a time; its creation makes it the one that the native
+/// A 64-bit NT machine with one real process. It exists once at a time; its creation makes it the one that the native
 /// calls of this program reach, and its destruction reports what the process has not given back.
 class Machine {
 public:
@@ -96,6 +97,9 @@ public:
     Volumes volumes;
     std::shared_ptr<MountManager> mountManager;
     HandleTable handles;
+    Privileges privileges;
+    /// The actions of NtShutdownSystem so far. The real call does not come back; this one does.
+    std::vector<uint32_t> shutdowns;
 
 private:
     uint32_t LowestFreeDiskNumber() const;

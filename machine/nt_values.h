@@ -20,6 +20,7 @@ inline constexpr Status kSomeNotMapped = 0x107;
 inline constexpr Status kBufferOverflow = AsStatus(0x80000005);
 inline constexpr Status kInvalidInfoClass = AsStatus(0xC0000003);
 inline constexpr Status kInfoLengthMismatch = AsStatus(0xC0000004);
+inline constexpr Status kAccessViolation = AsStatus(0xC0000005);
 inline constexpr Status kInvalidHandle = AsStatus(0xC0000008);
 inline constexpr Status kInvalidParameter = AsStatus(0xC000000D);
 inline constexpr Status kNoSuchDevice = AsStatus(0xC000000E);
@@ -37,6 +38,8 @@ inline constexpr Status kObjectPathNotFound = AsStatus(0xC000003A);
 inline constexpr Status kObjectPathSyntaxBad = AsStatus(0xC000003B);
 inline constexpr Status kSharingViolation = AsStatus(0xC0000043);
 inline constexpr Status kDeletePending = AsStatus(0xC0000056);
+inline constexpr Status kPrivilegeNotHeld = AsStatus(0xC0000061);
+inline constexpr Status kNoToken = AsStatus(0xC000007C);
 inline constexpr Status kEntryPointMissing = AsStatus(0xC0000139);
 inline constexpr Status kDllNotFound = AsStatus(0xC0000135);
 inline constexpr Status kDiskFull = AsStatus(0xC000007F);
@@ -56,6 +59,8 @@ inline constexpr uint32_t kErrorGenFailure = 31;
 inline constexpr int32_t kErrorUnexpected = AsStatus(0x8000FFFF);  // E_UNEXPECTED
 
 inline constexpr uint32_t kIoctlDiskUpdateProperties = 0x70140;
+
+inline constexpr uint32_t kShutdownPrivilege = 19;
 
 inline constexpr uint32_t kFileReadData = 0x1;
 inline constexpr uint32_t kFileWriteData = 0x2;

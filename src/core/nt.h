@@ -39,6 +39,9 @@ KK_NTDLL KK_STATUS KK_CALL RtlUnicodeToUTF8N(char* output, uint32_t outputLimit,
                                              const char16_t* input, uint32_t inputBytes);
 KK_NTDLL void* KK_CALL RtlAllocateHeap(void* heap, uint32_t flags, uint64_t size);
 KK_NTDLL uint8_t KK_CALL RtlFreeHeap(void* heap, uint32_t flags, void* block);
+KK_NTDLL KK_STATUS KK_CALL RtlAdjustPrivilege(uint32_t privilege, uint8_t enable, uint8_t currentThread,
+                                              uint8_t* wasEnabled);
+KK_NTDLL KK_STATUS KK_CALL NtShutdownSystem(uint32_t action);
 KK_NTDLL KK_STATUS KK_CALL LdrLoadDll(const char16_t* searchPath, const uint32_t* flags, const kk::UnicodeString* name,
                                       void** module);
 KK_NTDLL KK_STATUS KK_CALL LdrGetProcedureAddress(void* module, const kk::AnsiString* name, uint32_t ordinal,
