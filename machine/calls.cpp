@@ -32,6 +32,8 @@ uint32_t NaturalFailure(CallKind kind)
     case CallKind::Free:
     case CallKind::Random:
         return 0;
+    case CallKind::Win32Wait:
+        return kWaitFailed;
     case CallKind::Privileged:
         return static_cast<uint32_t>(kPrivilegeNotHeld);
     case CallKind::LoadLibrary:

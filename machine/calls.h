@@ -26,6 +26,7 @@ enum class CallKind {
     GetProcedure,
     Win32Error,  // an entry point bound at run time that answers with a Win32 error number
     Win32Bool,   // one that answers with a number of which 0 means failure
+    Win32Wait,   // a wait, which fails with 0xFFFFFFFF
     Privileged,  // asks for a privilege, or for something that needs one
     ComMethod,   // one, or a method of an object, that answers with an HRESULT
     Release,     // one that gives something back and cannot fail: IUnknown::Release, CoUninitialize, ...

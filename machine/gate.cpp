@@ -24,6 +24,7 @@ Passage::Passage(Machine& machine, CallRecord record)
     machine_.volumes.CountCall();
     const Faults::Verdict verdict = machine_.faults.Judge(record_);
     machine_.clock.Advance(verdict.delay);
+    machine_.processes.CatchUp();
     record_.struck = verdict.result || verdict.shortenedTo;
     if (verdict.result) {
         record_.result = *verdict.result;

@@ -98,7 +98,8 @@ std::vector<std::string> MakerOf(FileSystem fileSystem, const std::string& path,
             command.insert(command.end(), {"-L", options.label});
         }
     } else if (fileSystem == FileSystem::Exfat) {
-        command = {"mkfs.exfat"};
+        // Of the three tools only this one reads its arguments in the host's locale.
+        command = {"env", "LC_ALL=C.UTF-8", "mkfs.exfat"};
         if (options.clusterSize != 0) {
             command.insert(command.end(), {"-c", cluster});
         }

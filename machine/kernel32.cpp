@@ -13,8 +13,6 @@ namespace machine {
 
 namespace {
 
-constexpr std::u16string_view kSystemFolder = u"C:\\Windows\\system32";
-
 CallRecord Win32Record(CallKind kind, const char* name, std::string object)
 {
     CallRecord record;
@@ -146,6 +144,7 @@ void AddKernel32(Modules& modules)
                                      {"GetSystemDirectoryW", EntryAddress(&GetSystemDirectoryW)},
                                      {"CloseHandle", EntryAddress(&CloseHandle)},
                                  });
+    AddKernel32Processes(modules);
 }
 
 }  // namespace machine

@@ -25,7 +25,7 @@ std::u16string DriveName(uint32_t number)
 
 Machine::Machine()
     : heap([this](const std::string& breach) { Report(breach); }), names(drives), volumes(*this),
-      mountManager(std::make_shared<MountManager>(volumes)), threadBlock_(&heap)
+      mountManager(std::make_shared<MountManager>(volumes)), processes(*this), threadBlock_(&heap)
 {
     if (theMachine != nullptr) {
         Report("a second machine was made while another exists");

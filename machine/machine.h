@@ -20,6 +20,7 @@
 #include "machine/mount_manager.h"
 #include "machine/namespace.h"
 #include "machine/privileges.h"
+#include "machine/processes.h"
 #include "machine/random.h"
 #include "machine/switches.h"
 #include "machine/thread_block.h"
@@ -97,6 +98,7 @@ public:
     Volumes volumes;
     std::shared_ptr<MountManager> mountManager;
     HandleTable handles;
+    Processes processes;
     Privileges privileges;
     /// The actions of NtShutdownSystem so far. The real call does not come back; this one does.
     std::vector<uint32_t> shutdowns;

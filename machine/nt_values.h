@@ -56,6 +56,7 @@ constexpr bool IsError(Status status)
 }
 
 inline constexpr uint32_t kErrorGenFailure = 31;
+inline constexpr uint32_t kWaitFailed = 0xFFFFFFFF;
 inline constexpr int32_t kErrorUnexpected = AsStatus(0x8000FFFF);  // E_UNEXPECTED
 
 inline constexpr uint32_t kIoctlDiskUpdateProperties = 0x70140;
