@@ -146,6 +146,16 @@ TEST_F(FormatCommandTest, WhatIsNoSwitchIsRefusedAndNothingIsWritten)
     EXPECT_EQ(machine.clock.Now(), machine.processes.All()[0]->start.time);
 }
 
+TEST_F(FormatCommandTest, TheInterpretersOwnCharactersAreRefusedOutsideQuotes)
+{
+    AddVolume();
+
+    EXPECT_EQ(Format(u"E: /FS:NTFS /Q /Y /V:a&b"), 1u);
+    EXPECT_TRUE(HasMark(kStart));
+    EXPECT_EQ(Format(u"E: /FS:NTFS /Q /Y /V:\"a&b\""), 0u);
+    EXPECT_EQ(Judge("ntfslabel"), "a&b\n");
+}
+
 TEST_F(FormatCommandTest, LettersWithoutVolumeAndForeignFileSystemsFail)
 {
     AddVolume();
@@ -230,16 +240,16 @@ TEST_F(FormatCommandTest, MediaThatCannotBeWrittenFailTheCommand)
     EXPECT_TRUE(HasMark(kStart));
 }
 
-TEST_F(FormatCommandTest, LabelsAreLimitedByTheFileSystem)
+TEST_F(FormatCommandTest, LabelsAreLimitedByTheFileSystemAndJudgedBeforeAnythingIsWritten)
 {
     AddVolume();
     const std::u16string longest(32, u'n');
 
-    EXPECT_EQ(Format(u"E: /FS:NTFS /Q /Y /V:" + longest + u"n"), 4u);
-    EXPECT_EQ(Format(u"E: /FS:FAT32 /Q /Y /V:TWELVELETTER"), 4u);
-    EXPECT_EQ(Format(u"E: /FS:exFAT /Q /Y /V:twelveletter"), 4u);
-    EXPECT_EQ(Format(u"E: /FS:FAT32 /Q /Y /V:A.B"), 4u);
-    EXPECT_EQ(Format(u"E: /FS:FAT32 /Q /Y /V:B\u00FCcher"), 4u);
+    EXPECT_EQ(Format(u"E: /FS:NTFS /Y /V:" + longest + u"n"), 4u);
+    EXPECT_EQ(Format(u"E: /FS:FAT32 /Y /V:TWELVELETTER"), 4u);
+    EXPECT_EQ(Format(u"E: /FS:exFAT /Y /V:twelveletter"), 4u);
+    EXPECT_EQ(Format(u"E: /FS:FAT32 /Y /V:A.B"), 4u);
+    EXPECT_EQ(Format(u"E: /FS:FAT32 /Y /V:B\u00FCcher"), 4u);
     EXPECT_TRUE(HasMark(kStart));
     EXPECT_EQ(Format(u"E: /FS:NTFS /Q /Y /V:" + longest), 0u);
     EXPECT_EQ(Judge("ntfslabel"), Utf8(longest) + "\n");

@@ -265,7 +265,6 @@ TEST_F(ProcessTest, ADelayedCallLetsProcessesEnd)
 TEST_F(ProcessTest, TheInterpreterEndsWithOneForCommandsThatItDoesNotKnow)
 {
     EXPECT_EQ(ExitCode(StartCommand(u"defrag E:")), 1u);
-    EXPECT_EQ(ExitCode(StartCommand(u"format E: /Y & defrag E:")), 1u);
     EXPECT_EQ(ExitCode(StartCommand(u"")), 0u);
 }
 
