@@ -12,6 +12,14 @@ namespace machine {
 struct KestrelkitApi {
     decltype(&KkListDisks) listDisks;
     decltype(&KkListPartitions) listPartitions;
+    decltype(&KkSetDriveLetter) setDriveLetter;
+    decltype(&KkAddMountPoint) addMountPoint;
+    decltype(&KkCreatePartition) createPartition;
+    decltype(&KkDeletePartition) deletePartition;
+    decltype(&KkExtendPartition) extendPartition;
+    decltype(&KkShrinkPartition) shrinkPartition;
+    decltype(&KkFormatPartition) formatPartition;
+    decltype(&KkReboot) reboot;
     decltype(&KkBackup) backup;
 };
 
@@ -27,6 +35,14 @@ inline KestrelkitApi ApiFromDll(const LoadedDll& dll)
     KestrelkitApi api = {};
     fill(api.listDisks, "KkListDisks");
     fill(api.listPartitions, "KkListPartitions");
+    fill(api.setDriveLetter, "KkSetDriveLetter");
+    fill(api.addMountPoint, "KkAddMountPoint");
+    fill(api.createPartition, "KkCreatePartition");
+    fill(api.deletePartition, "KkDeletePartition");
+    fill(api.extendPartition, "KkExtendPartition");
+    fill(api.shrinkPartition, "KkShrinkPartition");
+    fill(api.formatPartition, "KkFormatPartition");
+    fill(api.reboot, "KkReboot");
     fill(api.backup, "KkBackup");
     return api;
 }

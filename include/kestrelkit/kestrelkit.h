@@ -69,18 +69,28 @@ typedef int32_t KK_STATUS;
 
 /** Success. */
 #define KK_STATUS_SUCCESS ((KK_STATUS)0)
-/** A write made no progress; an image could not be created, attached or detached. */
+/** A write made no progress; an image could not be created, attached or detached; a format failed. */
 #define KK_STATUS_UNSUCCESSFUL ((KK_STATUS)0xC0000001)
-/** A required argument is null. */
+/** A required argument is null, or no partition, no volume or no room is where one was named. */
 #define KK_STATUS_INVALID_PARAMETER ((KK_STATUS)0xC000000D)
 /** A read ended before the wanted bytes were there. */
 #define KK_STATUS_END_OF_FILE ((KK_STATUS)0xC0000011)
+/** There is no volume to mount, or no drive letter for it. */
+#define KK_STATUS_NO_MEDIA_IN_DEVICE ((KK_STATUS)0xC0000013)
 /** Memory ran out. */
 #define KK_STATUS_NO_MEMORY ((KK_STATUS)0xC0000017)
+/** There is not enough room on the disk for the wanted size. */
+#define KK_STATUS_BUFFER_TOO_SMALL ((KK_STATUS)0xC0000023)
+/** A partition table has no unused entry. */
+#define KK_STATUS_DISK_FULL ((KK_STATUS)0xC000007F)
 /** The operation does not apply, for example a backup of a disk that has no partition table. */
 #define KK_STATUS_NOT_SUPPORTED ((KK_STATUS)0xC00000BB)
+/** A partition table is damaged: its signature is missing, or it says what no table can. */
+#define KK_STATUS_REGISTRY_CORRUPT ((KK_STATUS)0xC000014C)
 /** A system library or one of its entry points, needed for this call, is missing. */
 #define KK_STATUS_NOT_FOUND ((KK_STATUS)0xC0000225)
+/** The system refused a mount point, for whatever reason: the letter is taken, the folder is missing or not empty... */
+#define KK_E_ACCESSDENIED ((KK_STATUS)0x80070005)
 
 /** Values of KkDiskInfo::partitionStyle. */
 #define KK_PARTITION_STYLE_RAW 0u /**< no partition table was recognised */
@@ -171,6 +181,156 @@ KK_API KK_STATUS KK_CALL KkListDisks(KkDiskInfo* records, uint32_t capacity, uin
  */
 KK_API KK_STATUS KK_CALL KkListPartitions(uint32_t diskNumber, KkPartitionInfo* records, uint32_t capacity,
                                           uint32_t* count);
+
+/**
+ * Gives the volume of a partition a drive letter, in place of the one that it has.
+ *
+ * The old letter is taken away first and is gone even when the new one is refused, also when both are the same.
+ *
+ * @param diskNumber   N of \\.\PhysicalDriveN
+ * @param startOffset  where the partition starts (KkPartitionInfo::startOffset)
+ * @param letter       handed to the system as it stands; 0 only takes the old letter away
+ * @return
+ * - KK_STATUS_SUCCESS; also when a letter was to be taken away and there was none
+ * - KK_STATUS_NOT_FOUND: kernel32.dll, or one of its mount-point calls, is missing
+ * - KK_STATUS_INVALID_PARAMETER: the partition has no volume
+ * - KK_STATUS_NO_MEDIA_IN_DEVICE: the mount manager knows no path of the volume; the old letter is gone
+ * - KK_E_ACCESSDENIED: the system refused the letter; the old one is gone
+ */
+KK_API KK_STATUS KK_CALL KkSetDriveLetter(uint32_t diskNumber, uint64_t startOffset, KkWideChar letter);
+
+/**
+ * Mounts the volume of a partition on a folder too. The folder is not created: it must be there, empty, on an NTFS
+ * volume.
+ *
+ * @param diskNumber   N of \\.\PhysicalDriveN
+ * @param startOffset  where the partition starts
+ * @param directory    the folder, with or without a backslash at its end; cut to 517 units
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NOT_FOUND: kernel32.dll, or one of its mount-point calls, is missing
+ * - KK_STATUS_INVALID_PARAMETER: `directory` is null or empty
+ * - KK_STATUS_NO_MEDIA_IN_DEVICE: the partition has no volume (KkSetDriveLetter has another status for that), or the
+ *   mount manager knows no path of it
+ * - KK_E_ACCESSDENIED: the system refused
+ */
+KK_API KK_STATUS KK_CALL KkAddMountPoint(uint32_t diskNumber, uint64_t startOffset, const KkWideChar* directory);
+
+/**
+ * Creates an unformatted partition for data in a free region of a disk. It gets the type of an ordinary Windows data
+ * partition (MBR: 0x07). On an MBR disk it always takes one of the four primary entries, also when the region lies
+ * inside an extended partition, which is then up to the caller not to choose.
+ *
+ * The partition starts on the first 1 MiB boundary of the region, never below 1 MiB. On a GPT disk the last 34 sectors
+ * are not used. Which regions are free is the caller's to find out: they lie between the partitions that
+ * KkListPartitions lists.
+ *
+ * @param diskNumber    N of \\.\PhysicalDriveN
+ * @param regionStart   where the free region starts
+ * @param regionLength  its length; what reaches past the usable disk is cut off
+ * @param size          wanted size, rounded up to whole sectors; 0 takes all the room, in whole MiB
+ * @param startOffset   out, optional: where the partition starts; untouched on failure
+ * @return
+ * - KK_STATUS_SUCCESS; the volume may arrive a little later
+ * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
+ * - KK_STATUS_BUFFER_TOO_SMALL: the region has no room for the size, or none at all
+ * - KK_STATUS_INVALID_PARAMETER: a partition lies in the way
+ * - KK_STATUS_DISK_FULL: the table has no unused entry
+ * - KK_STATUS_REGISTRY_CORRUPT: the table is damaged. When only the second copy of a GPT is, the first one was changed
+ *   all the same and stays so; likewise with the other failures of reading and writing the second copy
+ * - KK_STATUS_NO_MEMORY, or the system's status from opening, reading or writing the disk
+ */
+KK_API KK_STATUS KK_CALL KkCreatePartition(uint32_t diskNumber, uint64_t regionStart, uint64_t regionLength,
+                                           uint64_t size, uint64_t* startOffset);
+
+/**
+ * Deletes a partition from the table. Its data stays on the disk. Its volume is locked and dismounted first if the
+ * system allows; if not, that does not save the partition.
+ *
+ * Logical drives of an MBR disk cannot be deleted, though they are listed: they fail with KK_STATUS_INVALID_PARAMETER
+ * after their volume was dismounted.
+ *
+ * @param diskNumber   N of \\.\PhysicalDriveN
+ * @param startOffset  where the partition starts
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
+ * - KK_STATUS_INVALID_PARAMETER: no partition starts there
+ * - KK_STATUS_REGISTRY_CORRUPT: as for KkCreatePartition
+ * - KK_STATUS_NO_MEMORY, or the system's status from opening, reading or writing the disk
+ */
+KK_API KK_STATUS KK_CALL KkDeletePartition(uint32_t diskNumber, uint64_t startOffset);
+
+/**
+ * Makes a partition larger, up to the next one, and then its file system if that can grow (NTFS, ReFS). Whether the
+ * file system grew does not change the result; compare KkPartitionInfo::fileSystemSize. On a GPT disk the last 34
+ * sectors are not used.
+ *
+ * @param diskNumber   N of \\.\PhysicalDriveN
+ * @param startOffset  where the partition starts, which does not change
+ * @param newSize      the whole new size, rounded up to whole sectors; 0 takes all the room
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
+ * - KK_STATUS_INVALID_PARAMETER: no partition starts there, or it is not smaller than the new size, or the driver
+ *   refused
+ * - KK_STATUS_BUFFER_TOO_SMALL: there is not that much room behind the partition's start
+ * - KK_STATUS_NO_MEMORY, or the system's status from opening the disk or growing the partition
+ */
+KK_API KK_STATUS KK_CALL KkExtendPartition(uint32_t diskNumber, uint64_t startOffset, uint64_t newSize);
+
+/**
+ * Makes a partition's file system and then the partition smaller. The file system's data is not moved: the system
+ * refuses (0xC0000021, already committed) while anything lies in the part that is to go.
+ *
+ * A shrink by no more than 1 MiB changes the file system only. The volume keeps its drive letter, or gets it back.
+ *
+ * @param diskNumber   N of \\.\PhysicalDriveN
+ * @param startOffset  where the partition starts, which does not change
+ * @param newSize      the whole new size, rounded up to whole MiB
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
+ * - KK_STATUS_INVALID_PARAMETER: no partition starts there, the rounded size is not below its length, it has no volume,
+ *   or it is a logical drive (whose file system was shrunk by then)
+ * - KK_STATUS_REGISTRY_CORRUPT: as for KkCreatePartition; the file system was shrunk. A partition that is larger than
+ *   its file system does no harm, and the call can be made again
+ * - KK_STATUS_NO_MEMORY, or the system's status from opening or shrinking the volume, or opening, reading or writing
+ *   the disk
+ */
+KK_API KK_STATUS KK_CALL KkShrinkPartition(uint32_t diskNumber, uint64_t startOffset, uint64_t newSize);
+
+/**
+ * Puts a file system on a partition with the system's own format command, which it waits for, at most two minutes. The
+ * data on the partition is lost. A volume without a drive letter gets the first free one from D on, and keeps it
+ * whatever happens later.
+ *
+ * Texts reach the command line as they are, unquoted, and a line above 399 units is cut: a label with blanks arrives
+ * as several arguments, and who passes on texts of strangers passes on what they may add to the command.
+ *
+ * @param diskNumber   N of \\.\PhysicalDriveN
+ * @param startOffset  where the partition starts
+ * @param fileSystem   name for the format command ("NTFS", "FAT32", "exFAT"...); null or empty means "NTFS"
+ * @param label        volume label; null or empty means none
+ * @param quick        non-zero: only the file system's own structures are written
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NOT_FOUND: kernel32.dll, or what starts processes in it, is missing
+ * - KK_STATUS_INVALID_PARAMETER: the partition has no volume
+ * - KK_STATUS_NO_MEDIA_IN_DEVICE: the volume has no letter, and none was free or could be assigned
+ * - KK_STATUS_UNSUCCESSFUL: the command could not be started, failed, or did not end in time; it then goes on in the
+ *   background
+ */
+KK_API KK_STATUS KK_CALL KkFormatPartition(int32_t diskNumber, uint64_t startOffset, const KkWideChar* fileSystem,
+                                           const KkWideChar* label, int32_t quick);
+
+/**
+ * Restarts the machine at once: no question, no delay, and no more notice to programs than the system gives. Needs the
+ * right to shut the system down, which the call enables for the process.
+ *
+ * @return the system's status of the shutdown request; on success the call hardly ever returns
+ */
+KK_API KK_STATUS KK_CALL KkReboot(void);
 
 /**
  * Backs one disk up into a new VHDX file and leaves a manifest beside it (`imagePath` with ".json" appended).

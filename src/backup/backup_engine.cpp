@@ -49,10 +49,8 @@ KK_STATUS FillImage(const Backup& backup, const VirtualDiskFile& image, HeapBloc
 {
     DevicePtr target;
     KK_TRY(OpenDevice(image.PhysicalPath(), true, target));
-    char16_t diskPath[kDevicePathUnits];
-    FormatPhysicalDrivePath(backup.request.diskNumber, diskPath, kDevicePathUnits);
     DevicePtr disk;
-    KK_TRY(OpenDevice(diskPath, false, disk));
+    KK_TRY(OpenPhysicalDrive(backup.request.diskNumber, false, disk));
 
     KK_TRY(WriteImageTable(*target, backup.request, backup.layout, backup.sectorSize,
                            backup.virtualSize / backup.sectorSize, backup.plan));
@@ -94,11 +92,8 @@ KK_STATUS WriteImage(const Backup& backup, BackupResult* result)
 KK_STATUS RunBackup(const BackupRequest& request, BackupResult* result)
 {
     DiskLayout layout;
-    KK_TRY(ReadDiskLayout(request.diskNumber, layout));
-    if (layout.style != PartitionStyle::Mbr && layout.style != PartitionStyle::Gpt) {
-        return KK_STATUS_NOT_SUPPORTED;
-    }
-    const uint32_t sectorSize = layout.sectorSize == 0 ? kDefaultSectorSize : layout.sectorSize;
+    KK_TRY(ReadPartitionedLayout(request.diskNumber, layout));
+    const uint32_t sectorSize = layout.sectorSize;
     if (!BindVirtdiskCreate()) {
         return KK_STATUS_NOT_FOUND;
     }

@@ -5,12 +5,11 @@
 #include "disk/mount_points.h"
 #include "disk/volume_lookup.h"
 #include "partition/gpt_format.h"
+#include "partition/partition_alignment.h"
 
 namespace kk {
 
 namespace {
-
-constexpr uint64_t kMebibyte = 0x100000;
 
 BackupPlanEntry PlanPartition(const BackupRequest& request, const PartitionEntry& partition)
 {
@@ -43,10 +42,10 @@ void SortByStart(BackupPlan& plan)
 /// Packs the partitions on 1 MiB boundaries and leaves one sector and the room for a GPT's second entry array.
 uint64_t PackPartitions(uint32_t sectorSize, BackupPlan& plan)
 {
-    uint64_t cursor = kMebibyte;
+    uint64_t cursor = kPartitionAlignment;
     for (BackupPlanEntry& entry : plan) {
         entry.imageOffset = cursor;
-        cursor = SaturatingRoundUp(SaturatingAdd(cursor, entry.partition->length), kMebibyte);
+        cursor = SaturatingRoundUp(SaturatingAdd(cursor, entry.partition->length), kPartitionAlignment);
     }
     if (cursor == kMaxU64) {
         return kMaxU64;

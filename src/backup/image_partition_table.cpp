@@ -7,26 +7,16 @@
 #include "partition/crc32.h"
 #include "partition/gpt_format.h"
 #include "partition/mbr_format.h"
+#include "partition/table_sector.h"
 
 namespace kk {
 
 namespace {
 
-/// Bytes to take for a sector, so that the structures in it fit whatever size a disk claims.
-uint64_t SectorBufferBytes(uint32_t sectorSize)
-{
-    return Max(uint64_t{sectorSize}, uint64_t{sizeof(MasterBootRecord)});
-}
-
 MbrRecord ToMbrRecord(const MbrImageEntry& entry, uint32_t sectorSize)
 {
-    MbrRecord record = {};
+    MbrRecord record = MakeMbrRecord(entry.type, entry.offset / sectorSize, entry.length / sectorSize);
     record.status = entry.active != 0 ? kMbrStatusActive : 0;
-    CopyBytes(record.firstChs, kChsBeyondRange, sizeof(record.firstChs));
-    record.type = entry.type;
-    CopyBytes(record.lastChs, kChsBeyondRange, sizeof(record.lastChs));
-    record.firstLba = static_cast<uint32_t>(entry.offset / sectorSize);
-    record.sectorCount = static_cast<uint32_t>(entry.length / sectorSize);
     return record;
 }
 
@@ -36,7 +26,7 @@ GptEntry ToGptEntry(const GptImageEntry& entry, uint32_t sectorSize)
     CopyBytes(result.typeGuid, &entry.typeGuid, sizeof(result.typeGuid));
     CopyBytes(result.idGuid, &entry.idGuid, sizeof(result.idGuid));
     result.firstLba = entry.offset / sectorSize;
-    result.lastLba = (entry.offset + entry.length) / sectorSize - 1;
+    result.lastLba = LastLba(entry.offset, entry.length, sectorSize);
     CopyBytes(result.name, entry.name, sizeof(result.name));
     return result;
 }
@@ -103,9 +93,7 @@ KK_STATUS WriteHeader(DeviceFile& target, uint32_t sectorSize, const GptHeader& 
 
 KK_STATUS WriteImageMbr(DeviceFile& target, uint32_t sectorSize, const MbrImageEntry* entries, size_t count)
 {
-    if (sectorSize == 0) {
-        sectorSize = kDefaultSectorSize;
-    }
+    sectorSize = SectorSizeOrDefault(sectorSize);
     HeapBlock sector;
     if (!sector.Allocate(SectorBufferBytes(sectorSize))) {
         return KK_STATUS_UNSUCCESSFUL;
@@ -124,9 +112,7 @@ KK_STATUS WriteImageMbr(DeviceFile& target, uint32_t sectorSize, const MbrImageE
 KK_STATUS WriteImageGpt(DeviceFile& target, uint32_t sectorSize, uint64_t totalSectors, const Guid& diskGuid,
                         const GptImageEntry* entries, size_t count)
 {
-    if (sectorSize == 0) {
-        sectorSize = kDefaultSectorSize;
-    }
+    sectorSize = SectorSizeOrDefault(sectorSize);
     GptPlaces places = {};
     places.lastLba = totalSectors - 1;
     places.entryArraySectors = GptEntryArraySectors(sectorSize);

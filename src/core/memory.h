@@ -23,6 +23,11 @@ inline void FillBytes(void* to, uint8_t value, size_t count)
     __builtin_memset(to, value, count);
 }
 
+[[nodiscard]] inline bool SameBytes(const void* a, const void* b, size_t count)
+{
+    return __builtin_memcmp(a, b, count) == 0;
+}
+
 inline void ZeroBytes(void* to, size_t count)
 {
     FillBytes(to, 0, count);

@@ -11,6 +11,8 @@ namespace kk {
 
 inline constexpr uint32_t kIoctlDiskGetDriveGeometryEx = 0x700A0;
 inline constexpr uint32_t kIoctlDiskGetDriveLayoutEx = 0x70050;
+inline constexpr uint32_t kIoctlDiskUpdateProperties = 0x70140;
+inline constexpr uint32_t kIoctlDiskGrowPartition = 0x7C0D0;
 
 /// The first 40 bytes of DISK_GEOMETRY_EX; drivers append partition and detection data to them.
 struct DiskGeometryEx {
@@ -92,5 +94,13 @@ struct DriveLayoutInformationEx {
     };
 };
 static_assert(sizeof(DriveLayoutInformationEx) == 48 && offsetof(DriveLayoutInformationEx, gpt) == 8);
+
+/// DISK_GROW_PARTITION.
+struct DiskGrowPartition {
+    uint32_t partitionNumber;
+    uint32_t padding;
+    int64_t bytesToGrow;  // the difference, not the new length
+};
+static_assert(sizeof(DiskGrowPartition) == 16 && offsetof(DiskGrowPartition, bytesToGrow) == 8);
 
 }  // namespace kk

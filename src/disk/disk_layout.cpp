@@ -22,7 +22,7 @@ void ReadGeometry(DeviceFile& device, DiskLayout& layout)
         return;
     }
     layout.diskSize = static_cast<uint64_t>(geometry.diskSize);
-    layout.sectorSize = geometry.bytesPerSector == 0 ? kDefaultSectorSize : geometry.bytesPerSector;
+    layout.sectorSize = SectorSizeOrDefault(geometry.bytesPerSector);
 }
 
 /// Asks with ever larger buffers, whatever the failure: drivers name "too small" in several ways.
@@ -122,10 +122,8 @@ void FormatPhysicalDrivePath(uint32_t disk, char16_t* buffer, size_t capacity)
 
 KK_STATUS ReadDiskLayout(uint32_t disk, DiskLayout& layout)
 {
-    char16_t path[kDevicePathUnits];
-    FormatPhysicalDrivePath(disk, path, kDevicePathUnits);
     DevicePtr device;
-    KK_TRY(OpenDevice(path, false, device));
+    KK_TRY(OpenPhysicalDrive(disk, false, device));
 
     ReadGeometry(*device, layout);
     ByteBuffer answer;
@@ -133,6 +131,29 @@ KK_STATUS ReadDiskLayout(uint32_t disk, DiskLayout& layout)
     KK_TRY(RequestLayout(*device, answer, returned));
     device.Reset();
     return TakeAnswer(answer, returned, layout);
+}
+
+KK_STATUS ReadPartitionedLayout(uint32_t disk, DiskLayout& layout)
+{
+    KK_TRY(ReadDiskLayout(disk, layout));
+    return layout.style == PartitionStyle::Raw ? KK_STATUS_NOT_SUPPORTED : KK_STATUS_SUCCESS;
+}
+
+const PartitionEntry* FindPartition(const DiskLayout& layout, uint64_t start)
+{
+    for (const PartitionEntry& partition : layout.partitions) {
+        if (partition.start == start) {
+            return &partition;
+        }
+    }
+    return nullptr;
+}
+
+KK_STATUS OpenPhysicalDrive(uint32_t disk, bool writable, DevicePtr& drive)
+{
+    char16_t path[kDevicePathUnits];
+    FormatPhysicalDrivePath(disk, path, kDevicePathUnits);
+    return OpenDevice(path, writable, drive);
 }
 
 }  // namespace kk

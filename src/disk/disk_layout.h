@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "core/array.h"
+#include "core/device_file.h"
 #include "core/guid.h"
 #include "disk/disk_controls.h"
 #include "kestrelkit/kestrelkit.h"
@@ -18,6 +19,11 @@ enum class PartitionStyle : uint32_t {
 
 /// Bytes in a sector of a disk that does not say.
 inline constexpr uint32_t kDefaultSectorSize = 512;
+
+[[nodiscard]] constexpr uint32_t SectorSizeOrDefault(uint32_t sectorSize)
+{
+    return sectorSize == 0 ? kDefaultSectorSize : sectorSize;
+}
 
 /// One used entry of a disk's partition table.
 struct PartitionEntry {
@@ -49,5 +55,14 @@ void FormatPhysicalDrivePath(uint32_t disk, char16_t* buffer, size_t capacity);
 /// the size and sector size that `layout` came with. KK_STATUS_NO_MEMORY, or the status of the failing open or layout
 /// request.
 [[nodiscard]] KK_STATUS ReadDiskLayout(uint32_t disk, DiskLayout& layout);
+
+/// Reads a disk's layout as ReadDiskLayout does. KK_STATUS_NOT_SUPPORTED when the disk has neither an MBR nor a GPT.
+[[nodiscard]] KK_STATUS ReadPartitionedLayout(uint32_t disk, DiskLayout& layout);
+
+/// The partition that starts at byte `start` exactly, or null.
+[[nodiscard]] const PartitionEntry* FindPartition(const DiskLayout& layout, uint64_t start);
+
+/// Opens `\\.\PhysicalDriveN`.
+[[nodiscard]] KK_STATUS OpenPhysicalDrive(uint32_t disk, bool writable, DevicePtr& drive);
 
 }  // namespace kk

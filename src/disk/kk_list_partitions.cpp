@@ -48,7 +48,7 @@ void DescribeNtfsSize(const char16_t* devicePath, KkPartitionInfo& record)
         Failed(volume->Control(kFsctlGetNtfsVolumeData, nullptr, 0, &answer, sizeof(answer), nullptr))) {
         return;
     }
-    const uint32_t sectorSize = answer.data.bytesPerSector == 0 ? kDefaultSectorSize : answer.data.bytesPerSector;
+    const uint32_t sectorSize = SectorSizeOrDefault(answer.data.bytesPerSector);
     record.fileSystemSize = SaturatingMultiply(static_cast<uint64_t>(answer.data.numberSectors), sectorSize);
 }
 

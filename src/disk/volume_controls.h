@@ -8,7 +8,11 @@
 namespace kk {
 
 inline constexpr uint32_t kIoctlVolumeGetVolumeDiskExtents = 0x560000;
+inline constexpr uint32_t kFsctlLockVolume = 0x90018;
+inline constexpr uint32_t kFsctlDismountVolume = 0x90020;
 inline constexpr uint32_t kFsctlGetNtfsVolumeData = 0x90064;
+inline constexpr uint32_t kFsctlExtendVolume = 0x900F0;  // input: the volume's new length in sectors, signed 64-bit
+inline constexpr uint32_t kFsctlShrinkVolume = 0x901B0;
 
 /// DISK_EXTENT.
 struct DiskExtent {
@@ -55,6 +59,18 @@ struct NtfsExtendedVolumeData {
     uint8_t appended[32];
 };
 static_assert(sizeof(NtfsExtendedVolumeData) == 128);
+
+/// SHRINK_VOLUME_REQUEST_TYPES.
+enum class ShrinkRequest : uint32_t { Prepare = 1, Commit = 2 };
+
+/// SHRINK_VOLUME_INFORMATION.
+struct ShrinkVolumeInformation {
+    ShrinkRequest request;
+    uint32_t padding;
+    uint64_t flags;
+    int64_t newNumberOfSectors;  // read when preparing
+};
+static_assert(sizeof(ShrinkVolumeInformation) == 24 && offsetof(ShrinkVolumeInformation, newNumberOfSectors) == 16);
 
 inline constexpr uint32_t kFileFsAttributeInformationClass = 5;
 

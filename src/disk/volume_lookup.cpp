@@ -63,4 +63,11 @@ bool FindVolumeForPartition(uint32_t disk, uint64_t start, char16_t* devicePath,
     return false;
 }
 
+bool OpenVolumeForPartition(uint32_t disk, uint64_t start, DevicePtr& volume)
+{
+    char16_t path[kDevicePathUnits];
+    return FindVolumeForPartition(disk, start, path, kDevicePathUnits, nullptr) &&
+           !Failed(OpenDevice(path, true, volume));
+}
+
 }  // namespace kk

@@ -1,5 +1,7 @@
 #include "partition/disk_refresh.h"
 
+#include "disk/disk_controls.h"
+
 namespace kk {
 
 void RefreshDiskProperties(DeviceFile& disk)

@@ -30,6 +30,12 @@ static_assert(offsetof(GptHeader, diskGuid) == 56 && offsetof(GptHeader, entries
 static_assert(offsetof(GptHeader, entrySize) == 84 && offsetof(GptHeader, entriesCrc32) == 88);
 
 inline constexpr uint8_t kGptSignature[8] = {'E', 'F', 'I', ' ', 'P', 'A', 'R', 'T'};
+
+[[nodiscard]] inline bool HasGptSignature(const GptHeader& header)
+{
+    return SameBytes(header.signature, kGptSignature, sizeof(kGptSignature));
+}
+
 inline constexpr uint32_t kGptRevision = 0x00010000;
 inline constexpr uint64_t kGptHeaderLba = 1;
 
@@ -45,9 +51,22 @@ struct GptEntry {
 static_assert(sizeof(GptEntry) == 128 && alignof(GptEntry) == 1);
 static_assert(offsetof(GptEntry, firstLba) == 32 && offsetof(GptEntry, name) == 56);
 
+[[nodiscard]] inline bool IsUsed(const GptEntry& entry)
+{
+    constexpr uint8_t unused[sizeof(entry.typeGuid)] = {};
+    return !SameBytes(entry.typeGuid, unused, sizeof(unused));
+}
+
 /// The usual entry array: 16 KiB, which the standard reserves at least.
 inline constexpr uint32_t kGptUsualEntryCount = 128;
 inline constexpr uint32_t kGptEntryArrayBytes = kGptUsualEntryCount * sizeof(GptEntry);
+
+/// Bytes at a disk's end in which no partition is placed: the second copy's array and header take 33 sectors of 512
+/// bytes, fewer larger ones; one more stays free.
+[[nodiscard]] constexpr uint64_t GptEndReserve(uint32_t sectorSize)
+{
+    return uint64_t{34} * sectorSize;
+}
 
 /// Sectors that the usual entry array takes.
 [[nodiscard]] constexpr uint64_t GptEntryArraySectors(uint32_t sectorSize)

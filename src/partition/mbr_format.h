@@ -32,9 +32,27 @@ static_assert(sizeof(MasterBootRecord) == 512 && alignof(MasterBootRecord) == 1)
 static_assert(offsetof(MasterBootRecord, records) == 446 && offsetof(MasterBootRecord, bootSignature) == 510);
 
 inline constexpr uint8_t kBootSignature[2] = {0x55, 0xAA};
+
+[[nodiscard]] inline bool HasBootSignature(const MasterBootRecord& mbr)
+{
+    return SameBytes(mbr.bootSignature, kBootSignature, sizeof(kBootSignature));
+}
+
 inline constexpr uint8_t kMbrStatusActive = 0x80;
 inline constexpr uint8_t kMbrTypeGptProtective = 0xEE;
 /// The address that says "beyond what cylinder, head and sector can tell".
 inline constexpr uint8_t kChsBeyondRange[3] = {0xFE, 0xFF, 0xFF};
+
+/// An inactive partition. Sectors are kept modulo 2^32, which is all that the format holds.
+[[nodiscard]] inline MbrRecord MakeMbrRecord(uint8_t type, uint64_t firstLba, uint64_t sectorCount)
+{
+    MbrRecord record = {};
+    CopyBytes(record.firstChs, kChsBeyondRange, sizeof(record.firstChs));
+    record.type = type;
+    CopyBytes(record.lastChs, kChsBeyondRange, sizeof(record.lastChs));
+    record.firstLba = static_cast<uint32_t>(firstLba);
+    record.sectorCount = static_cast<uint32_t>(sectorCount);
+    return record;
+}
 
 }  // namespace kk

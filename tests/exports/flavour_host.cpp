@@ -7,7 +7,19 @@ public:
     const machine::KestrelkitApi& Api() const override { return api_; }
 
 private:
-    machine::KestrelkitApi api_ = {.listDisks = &KkListDisks, .listPartitions = &KkListPartitions, .backup = &KkBackup};
+    machine::KestrelkitApi api_ = {
+        .listDisks = &KkListDisks,
+        .listPartitions = &KkListPartitions,
+        .setDriveLetter = &KkSetDriveLetter,
+        .addMountPoint = &KkAddMountPoint,
+        .createPartition = &KkCreatePartition,
+        .deletePartition = &KkDeletePartition,
+        .extendPartition = &KkExtendPartition,
+        .shrinkPartition = &KkShrinkPartition,
+        .formatPartition = &KkFormatPartition,
+        .reboot = &KkReboot,
+        .backup = &KkBackup,
+    };
 };
 
 }  // namespace
