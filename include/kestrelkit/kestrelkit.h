@@ -7,7 +7,7 @@
  *   allocated is ever handed out.
  * - Calls are synchronous, run wholly on the calling thread, and may be made from several threads at once. One caution:
  *   while one thread's call looks for a system library for the first time, another's may get KK_STATUS_NOT_FOUND; it
- *   succeeds when it is made again.
+ *   succeeds when it is made again. Calls that change the same disk must not overlap, in whatever process.
  * - A negative result is a failure, anything else a success. A status of the system (a failing open, read, write or
  *   control request) is passed on unchanged, so results other than the ones named below occur too.
  * - Paths are absolute Windows paths with backslashes (C:\images\disk.vhdx) or native names (\Device\...).
@@ -71,7 +71,7 @@ typedef int32_t KK_STATUS;
 #define KK_STATUS_SUCCESS ((KK_STATUS)0)
 /** A write made no progress; an image could not be created, attached or detached; a format failed. */
 #define KK_STATUS_UNSUCCESSFUL ((KK_STATUS)0xC0000001)
-/** A required argument is null, or no partition, no volume or no room is where one was named. */
+/** A required argument is null or empty, nothing is where a partition or volume was named, or a size does not fit. */
 #define KK_STATUS_INVALID_PARAMETER ((KK_STATUS)0xC000000D)
 /** A read ended before the wanted bytes were there. */
 #define KK_STATUS_END_OF_FILE ((KK_STATUS)0xC0000011)
@@ -185,17 +185,19 @@ KK_API KK_STATUS KK_CALL KkListPartitions(uint32_t diskNumber, KkPartitionInfo* 
 /**
  * Gives the volume of a partition a drive letter, in place of the one that it has.
  *
- * The old letter is taken away first and is gone even when the new one is refused, also when both are the same.
+ * The old letter is taken away first, also when both are the same; whether the system took it away is not reported. A
+ * volume keeps one letter at most, so the new one is refused while the old one is still there.
  *
  * @param diskNumber   N of \\.\PhysicalDriveN
  * @param startOffset  where the partition starts (KkPartitionInfo::startOffset)
  * @param letter       handed to the system as it stands; 0 only takes the old letter away
  * @return
- * - KK_STATUS_SUCCESS; also when a letter was to be taken away and there was none
+ * - KK_STATUS_SUCCESS; with `letter` 0 also when there was none, or the system did not take it away
  * - KK_STATUS_NOT_FOUND: kernel32.dll, or one of its mount-point calls, is missing
  * - KK_STATUS_INVALID_PARAMETER: the partition has no volume
- * - KK_STATUS_NO_MEDIA_IN_DEVICE: the mount manager knows no path of the volume; the old letter is gone
- * - KK_E_ACCESSDENIED: the system refused the letter; the old one is gone
+ * - KK_STATUS_NO_MEDIA_IN_DEVICE: the mount manager knows no path of the volume or cannot be asked; the old letter was
+ *   taken away all the same
+ * - KK_E_ACCESSDENIED: the system refused the letter; the old one was taken away all the same
  */
 KK_API KK_STATUS KK_CALL KkSetDriveLetter(uint32_t diskNumber, uint64_t startOffset, KkWideChar letter);
 
@@ -205,25 +207,36 @@ KK_API KK_STATUS KK_CALL KkSetDriveLetter(uint32_t diskNumber, uint64_t startOff
  *
  * @param diskNumber   N of \\.\PhysicalDriveN
  * @param startOffset  where the partition starts
- * @param directory    the folder, with or without a backslash at its end; cut to 517 units
+ * @param directory    the folder, an absolute Windows path and no native name, with or without a backslash at its end;
+ *                     cut to 517 units
  * @return
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_NOT_FOUND: kernel32.dll, or one of its mount-point calls, is missing
  * - KK_STATUS_INVALID_PARAMETER: `directory` is null or empty
  * - KK_STATUS_NO_MEDIA_IN_DEVICE: the partition has no volume (KkSetDriveLetter has another status for that), or the
- *   mount manager knows no path of it
+ *   mount manager knows no path of it or cannot be asked
  * - KK_E_ACCESSDENIED: the system refused
  */
 KK_API KK_STATUS KK_CALL KkAddMountPoint(uint32_t diskNumber, uint64_t startOffset, const KkWideChar* directory);
 
 /**
- * Creates an unformatted partition for data in a free region of a disk. It gets the type of an ordinary Windows data
- * partition (MBR: 0x07). On an MBR disk it always takes one of the four primary entries, also when the region lies
- * inside an extended partition, which is then up to the caller not to choose.
+ * Creates an unformatted partition for data in a free region of a disk. On a GPT disk it is of the type "basic data"
+ * (EBD0A0A2-B9E5-4433-87C0-68B6B72699C7), with a fresh identifier, the name "Basic data partition" and no attributes;
+ * on an MBR disk of type 0x07, always in one of the four primary entries.
  *
  * The partition starts on the first 1 MiB boundary of the region, never below 1 MiB. On a GPT disk the last 34 sectors
- * are not used. Which regions are free is the caller's to find out: they lie between the partitions that
- * KkListPartitions lists.
+ * are not used; what the GPT itself calls usable is not looked at.
+ *
+ * Which regions are free is the caller's to find out: they lie between, before and behind the partitions that
+ * KkListPartitions lists. Beware on MBR disks:
+ * - Extended partitions are neither listed nor seen by this call. A gap between logical drives holds the links of their
+ *   chain; a partition created there destroys them.
+ * - An MBR holds 32-bit sector numbers. A start or a length of 2^32 sectors (2 TiB of 512-byte sectors) or more is cut
+ *   without a failure, and the partition then lies elsewhere, possibly over others. Do not ask for one.
+ *
+ * A GPT is kept in two copies, and the first is changed first. Whatever fails at the second one, the first stays
+ * changed. A failing write may leave the copy at hand with wrong checksums. After a failure the system is not told to
+ * look at the table again: listings still show the old one, and a second attempt adds the partition once more.
  *
  * @param diskNumber    N of \\.\PhysicalDriveN
  * @param regionStart   where the free region starts
@@ -233,38 +246,49 @@ KK_API KK_STATUS KK_CALL KkAddMountPoint(uint32_t diskNumber, uint64_t startOffs
  * @return
  * - KK_STATUS_SUCCESS; the volume may arrive a little later
  * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
- * - KK_STATUS_BUFFER_TOO_SMALL: the region has no room for the size, or none at all
+ * - KK_STATUS_BUFFER_TOO_SMALL: the region has no room for the size, or less than 1 MiB when `size` is 0; also when the
+ *   disk does not tell its size
  * - KK_STATUS_INVALID_PARAMETER: a partition lies in the way
- * - KK_STATUS_DISK_FULL: the table has no unused entry
- * - KK_STATUS_REGISTRY_CORRUPT: the table is damaged. When only the second copy of a GPT is, the first one was changed
- *   all the same and stays so; likewise with the other failures of reading and writing the second copy
- * - KK_STATUS_NO_MEMORY, or the system's status from opening, reading or writing the disk
+ * - KK_STATUS_DISK_FULL: the table, or the second copy of a GPT, has no unused entry
+ * - KK_STATUS_REGISTRY_CORRUPT: the table is damaged
+ * - KK_STATUS_NO_MEMORY, also for a table that claims to be 4 GiB or larger
+ * - KK_STATUS_END_OF_FILE, KK_STATUS_UNSUCCESSFUL: the disk ended inside the table
+ * - the system's status from opening, reading or writing the disk
  */
 KK_API KK_STATUS KK_CALL KkCreatePartition(uint32_t diskNumber, uint64_t regionStart, uint64_t regionLength,
                                            uint64_t size, uint64_t* startOffset);
 
 /**
- * Deletes a partition from the table. Its data stays on the disk. Its volume is locked and dismounted first if the
- * system allows; if not, that does not save the partition.
+ * Deletes a partition from the table. Its data stays on the disk.
  *
- * Logical drives of an MBR disk cannot be deleted, though they are listed: they fail with KK_STATUS_INVALID_PARAMETER
- * after their volume was dismounted.
+ * Its volume is locked and dismounted first. If the system refuses, that does not save the partition; if anything fails
+ * later, the volume was dismounted all the same. So it is with the logical drives of an MBR disk, which are listed but
+ * cannot be deleted.
+ *
+ * What KkCreatePartition says of failures at a GPT's copies holds here too.
  *
  * @param diskNumber   N of \\.\PhysicalDriveN
  * @param startOffset  where the partition starts
  * @return
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
- * - KK_STATUS_INVALID_PARAMETER: no partition starts there
- * - KK_STATUS_REGISTRY_CORRUPT: as for KkCreatePartition
- * - KK_STATUS_NO_MEMORY, or the system's status from opening, reading or writing the disk
+ * - KK_STATUS_INVALID_PARAMETER: no partition starts there, or it is a logical drive, or the second copy of a GPT does
+ *   not list it
+ * - KK_STATUS_REGISTRY_CORRUPT, KK_STATUS_NO_MEMORY, KK_STATUS_END_OF_FILE, KK_STATUS_UNSUCCESSFUL: as for
+ *   KkCreatePartition
+ * - the system's status from opening, reading or writing the disk
  */
 KK_API KK_STATUS KK_CALL KkDeletePartition(uint32_t diskNumber, uint64_t startOffset);
 
 /**
- * Makes a partition larger, up to the next one, and then its file system if that can grow (NTFS, ReFS). Whether the
- * file system grew does not change the result; compare KkPartitionInfo::fileSystemSize. On a GPT disk the last 34
- * sectors are not used.
+ * Makes a partition larger and then its file system if that can grow (NTFS, ReFS).
+ *
+ * Whether the file system grew does not change the result; for NTFS compare KkPartitionInfo::fileSystemSize, which
+ * stays a little below the length. Making the call again does not help: the size is then no longer above the
+ * partition's.
+ *
+ * There is room up to the next partition that KkListPartitions lists or the end of the disk, on a GPT disk without its
+ * last 34 sectors. Extended partitions are not seen: beside or inside one, name a size.
  *
  * @param diskNumber   N of \\.\PhysicalDriveN
  * @param startOffset  where the partition starts, which does not change
@@ -272,31 +296,36 @@ KK_API KK_STATUS KK_CALL KkDeletePartition(uint32_t diskNumber, uint64_t startOf
  * @return
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
- * - KK_STATUS_INVALID_PARAMETER: no partition starts there, or it is not smaller than the new size, or the driver
- *   refused
- * - KK_STATUS_BUFFER_TOO_SMALL: there is not that much room behind the partition's start
+ * - KK_STATUS_INVALID_PARAMETER: no partition starts there, or the size is not above its present one, or for 0 there is
+ *   nothing to add; also when the driver refuses
+ * - KK_STATUS_BUFFER_TOO_SMALL: there is not that much room
  * - KK_STATUS_NO_MEMORY, or the system's status from opening the disk or growing the partition
  */
 KK_API KK_STATUS KK_CALL KkExtendPartition(uint32_t diskNumber, uint64_t startOffset, uint64_t newSize);
 
 /**
- * Makes a partition's file system and then the partition smaller. The file system's data is not moved: the system
- * refuses (0xC0000021, already committed) while anything lies in the part that is to go.
+ * Makes a partition's file system and then the partition smaller. The system can do that for NTFS, and it moves no
+ * data: it refuses (0xC0000021) while anything lies in the part that is to go.
  *
- * A shrink by no more than 1 MiB changes the file system only. The volume keeps its drive letter, or gets it back.
+ * A shrink by no more than 1 MiB changes the file system only. When the table cannot be edited the file system stays
+ * shrunk: a partition larger than its file system does no harm, and the call can be made again. What KkCreatePartition
+ * says of failures at a GPT's copies holds here too.
+ *
+ * If the volume comes back without its drive letter it is given the letter again; whether that worked does not change
+ * the result.
  *
  * @param diskNumber   N of \\.\PhysicalDriveN
  * @param startOffset  where the partition starts, which does not change
- * @param newSize      the whole new size, rounded up to whole MiB
+ * @param newSize      the whole new size, rounded up to whole MiB; 0 means just that
  * @return
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
- * - KK_STATUS_INVALID_PARAMETER: no partition starts there, the rounded size is not below its length, it has no volume,
- *   or it is a logical drive (whose file system was shrunk by then)
- * - KK_STATUS_REGISTRY_CORRUPT: as for KkCreatePartition; the file system was shrunk. A partition that is larger than
- *   its file system does no harm, and the call can be made again
- * - KK_STATUS_NO_MEMORY, or the system's status from opening or shrinking the volume, or opening, reading or writing
- *   the disk
+ * - KK_STATUS_INVALID_PARAMETER: no partition starts there, or the rounded size is not below its present one, or it has
+ *   no volume; after the file system was shrunk, when it is a logical drive or the second copy of a GPT does not list
+ *   it
+ * - KK_STATUS_REGISTRY_CORRUPT, KK_STATUS_NO_MEMORY, KK_STATUS_END_OF_FILE, KK_STATUS_UNSUCCESSFUL: as for
+ *   KkCreatePartition
+ * - the system's status from opening or shrinking the volume, or opening, reading or writing the disk
  */
 KK_API KK_STATUS KK_CALL KkShrinkPartition(uint32_t diskNumber, uint64_t startOffset, uint64_t newSize);
 
@@ -305,8 +334,10 @@ KK_API KK_STATUS KK_CALL KkShrinkPartition(uint32_t diskNumber, uint64_t startOf
  * data on the partition is lost. A volume without a drive letter gets the first free one from D on, and keeps it
  * whatever happens later.
  *
- * Texts reach the command line as they are, unquoted, and a line above 399 units is cut: a label with blanks arrives
- * as several arguments, and who passes on texts of strangers passes on what they may add to the command.
+ * The texts reach a command interpreter as they are, unquoted, and a line above 399 units is cut. A label with blanks
+ * arrives as several arguments, and characters such as & and | start further commands with the caller's rights: check
+ * texts that come from others. A question that the command asks is never answered; the call then fails after two
+ * minutes, and the hidden process stays.
  *
  * @param diskNumber   N of \\.\PhysicalDriveN
  * @param startOffset  where the partition starts
@@ -315,18 +346,19 @@ KK_API KK_STATUS KK_CALL KkShrinkPartition(uint32_t diskNumber, uint64_t startOf
  * @param quick        non-zero: only the file system's own structures are written
  * @return
  * - KK_STATUS_SUCCESS
- * - KK_STATUS_NOT_FOUND: kernel32.dll, or what starts processes in it, is missing
+ * - KK_STATUS_NOT_FOUND: kernel32.dll, or one of its calls for mount points, starting processes or the system folder,
+ *   is missing
  * - KK_STATUS_INVALID_PARAMETER: the partition has no volume
  * - KK_STATUS_NO_MEDIA_IN_DEVICE: the volume has no letter, and none was free or could be assigned
- * - KK_STATUS_UNSUCCESSFUL: the command could not be started, failed, or did not end in time; it then goes on in the
- *   background
+ * - KK_STATUS_UNSUCCESSFUL: the command could not be started or failed, or did not end in time and goes on in the
+ *   background; also when the system folder or the command's exit code cannot be learnt
  */
 KK_API KK_STATUS KK_CALL KkFormatPartition(int32_t diskNumber, uint64_t startOffset, const KkWideChar* fileSystem,
                                            const KkWideChar* label, int32_t quick);
 
 /**
  * Restarts the machine at once: no question, no delay, and no more notice to programs than the system gives. Needs the
- * right to shut the system down, which the call enables for the process.
+ * right to shut the system down, which the call enables for the process and leaves enabled.
  *
  * @return the system's status of the shutdown request; on success the call hardly ever returns
  */

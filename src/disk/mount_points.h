@@ -22,15 +22,17 @@ private:
 /// Compares `count` units; only A to Z equal their small letters, all other units must match exactly.
 [[nodiscard]] bool NameEqualsIgnoreCase(WideText a, WideText b, size_t count);
 
-/// Asks the mount manager for the volume GUID path (`\\?\Volume{GUID}\`) of a volume's device name, cut so that the
-/// terminator fits into `capacity` units. Empty when there is none or it cannot be learnt.
+/// Asks the mount manager for the volume GUID path (`\\?\Volume{GUID}\`) of a volume's device name, the first one
+/// in the mount manager's order, cut so that the terminator fits into `capacity` units. Empty when there is none or it
+/// cannot be learnt.
 void GetVolumeGuidPath(const char16_t* deviceName, char16_t* output, size_t capacity);
 
 /// Units of a drive letter's text: letter, colon, terminator.
 inline constexpr size_t kDriveLetterUnits = 3;
 
-/// Asks the mount manager for the drive letter (`X:`) of a volume's device name, in the case in which it is kept.
-/// False, with `output` empty, when there is none or it cannot be learnt.
+/// Asks the mount manager for the drive letter (`X:`) of a volume's device name, the first one in the mount
+/// manager's order, in the case in which it is kept. False, with `output` empty, when there is none or it cannot be
+/// learnt.
 [[nodiscard]] bool GetDriveLetter(const char16_t* deviceName, char16_t (&output)[kDriveLetterUnits]);
 
 }  // namespace kk

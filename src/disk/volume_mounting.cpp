@@ -68,7 +68,7 @@ KK_STATUS AddMountPoint(uint32_t disk, uint64_t start, const char16_t* directory
     if (directory == nullptr || directory[0] == 0) {
         return KK_STATUS_INVALID_PARAMETER;
     }
-    // Not the status that SetDriveLetter has for this, on purpose: callers tell the two apart.
+    // Not the status that SetDriveLetter has for the same case, on purpose: each is what callers of its export know.
     char16_t devicePath[kDevicePathUnits];
     if (!FindVolumeForPartition(disk, start, devicePath, kDevicePathUnits, nullptr)) {
         return KK_STATUS_NO_MEDIA_IN_DEVICE;

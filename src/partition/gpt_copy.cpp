@@ -57,6 +57,7 @@ KK_STATUS GptCopy::Write()
     GptHeader& header = Header();
     header.entriesCrc32 = Crc32(array_.Data(), arrayBytes_);
     header.headerCrc32 = uint32_t{0};
+    // Never more than is written back, on purpose: of a longer header nothing else is known.
     header.headerCrc32 = Crc32(&header, Min(uint64_t{header.headerSize.Get()}, uint64_t{sizeof(header)}));
     ZeroBytes(sector_.Data() + sizeof(header), sectorSize_ - sizeof(header));
 

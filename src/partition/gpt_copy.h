@@ -8,19 +8,20 @@
 
 namespace kk {
 
-/// One of the two copies of a disk's GPT in memory: a header's sector and the entry array that it names. What the disk
-/// says is believed no further than needed to stay inside both.
+/// One of the two copies of a disk's GPT in memory: a header's sector and the entry array that it names. Of what the
+/// disk says only as much is checked as keeps accesses inside the two.
 class GptCopy {
 public:
     /// The sector size must not be 0.
     GptCopy(DeviceFile& disk, uint32_t sectorSize) : disk_(disk), sectorSize_(sectorSize) {}
 
-    /// Reads the header at `headerLba`. KK_STATUS_REGISTRY_CORRUPT when there is none, or a sector could not hold it or
-    /// lies beyond any disk; KK_STATUS_NO_MEMORY; the status of the failing read. Once in the object's life.
+    /// Reads the header at `headerLba`. KK_STATUS_REGISTRY_CORRUPT when there is none, when sectors are too small for
+    /// one or when the offset exceeds 64 bits; KK_STATUS_NO_MEMORY; the status of the failing read. Once in the
+    /// object's life.
     [[nodiscard]] KK_STATUS ReadHeader(uint64_t headerLba);
 
     /// Reads the entries, after the header. KK_STATUS_REGISTRY_CORRUPT for a count that is 0 or above 4096, entries
-    /// below 128 bytes or an array beyond any disk; KK_STATUS_NO_MEMORY, also for an array of 4 GiB and more; the
+    /// below 128 bytes or an offset that exceeds 64 bits; KK_STATUS_NO_MEMORY, also for an array of 4 GiB and more; the
     /// status of the failing read. Once in the object's life.
     [[nodiscard]] KK_STATUS ReadEntries();
 

@@ -8,7 +8,7 @@ namespace kk {
 
 namespace {
 
-/// LBA 1 is read here for this alone, and again as the first copy.
+/// Learnt before the first copy changes: without a header at LBA 1 nobody knows where the second copy is.
 KK_STATUS ReadAlternateLba(DeviceFile& disk, uint32_t sectorSize, uint64_t& lba)
 {
     GptCopy primary(disk, sectorSize);

@@ -61,8 +61,8 @@ static_assert(offsetof(GptEntry, firstLba) == 32 && offsetof(GptEntry, name) == 
 inline constexpr uint32_t kGptUsualEntryCount = 128;
 inline constexpr uint32_t kGptEntryArrayBytes = kGptUsualEntryCount * sizeof(GptEntry);
 
-/// Bytes at a disk's end in which no partition is placed: the second copy's array and header take 33 sectors of 512
-/// bytes, fewer larger ones; one more stays free.
+/// Bytes at a disk's end in which no partition is placed: always 34 sectors. The second copy's usual array and its
+/// header take 33 of 512 bytes, and fewer when sectors are larger.
 [[nodiscard]] constexpr uint64_t GptEndReserve(uint32_t sectorSize)
 {
     return uint64_t{34} * sectorSize;

@@ -11,7 +11,7 @@ constexpr uint32_t kStartfUseShowWindow = 1;
 constexpr uint16_t kSwHide = 0;
 constexpr uint32_t kPatienceMilliseconds = 120'000;
 
-/// A started program; its handles are closed with it, as far as the system can close any.
+/// A started program. Its handles are closed when this object ends, if kernel32 can close any.
 class ChildProcess {
 public:
     explicit ChildProcess(const Kernel32Api& api) : api_(api) {}

@@ -33,7 +33,7 @@ DiskRange UsablePart(const DiskLayout& layout, const DiskRange& region)
 }
 
 /// A wanted size ends on a sector and "as much as there is" on an aligned boundary, on purpose: who names a size gets
-/// it. 0 for a size beyond what is available.
+/// it. 0 when there is no room for it.
 uint64_t ChooseLength(uint64_t wanted, uint64_t available, uint32_t sectorSize)
 {
     if (wanted == 0) {

@@ -9,8 +9,8 @@ namespace kk {
 
 namespace {
 
-/// Takes the file system off the partition as far as it lets itself be taken: a volume that is in use does not keep the
-/// partition. The lock ends with the handle.
+/// Dismounts the partition's volume. Whether it can be is not asked: a volume in use does not save its partition. The
+/// lock ends with the handle.
 void DismountVolume(uint32_t disk, uint64_t start)
 {
     DevicePtr volume;

@@ -11,7 +11,8 @@ namespace kk {
 
 namespace {
 
-/// Bytes from the partition's start to the next partition or to the end of what is usable.
+/// Bytes from the partition's start to the next partition or to the end of what is usable; its present length when that
+/// end does not lie behind its start.
 uint64_t RoomOf(const DiskLayout& layout, const PartitionEntry& partition)
 {
     uint64_t limit = layout.diskSize;
@@ -38,7 +39,7 @@ KK_STATUS ChooseLength(const DiskLayout& layout, const PartitionEntry& partition
     return length > room ? KK_STATUS_BUFFER_TOO_SMALL : KK_STATUS_SUCCESS;
 }
 
-/// Through the driver, on purpose: it lets the live volume's partition grow, which an edited table would not.
+/// Through the driver, on purpose: it keeps table and live volume in step, and a volume can only ever gain by that.
 KK_STATUS GrowPartition(DeviceFile& drive, uint32_t number, uint64_t difference)
 {
     const DiskGrowPartition request = {
@@ -46,7 +47,7 @@ KK_STATUS GrowPartition(DeviceFile& drive, uint32_t number, uint64_t difference)
     return drive.Control(kIoctlDiskGrowPartition, &request, sizeof(request), nullptr, 0, nullptr);
 }
 
-/// The file system may refuse, on purpose: the partition has grown, and the rest can be asked for again.
+/// Best effort, on purpose: the partition has grown, and that is what the call reports.
 void ExtendFileSystem(uint32_t disk, uint64_t start, uint64_t sectors)
 {
     DevicePtr volume;

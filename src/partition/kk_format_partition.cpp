@@ -68,7 +68,7 @@ KK_STATUS FindInterpreter(char16_t (&path)[kInterpreterUnits])
     return KK_STATUS_SUCCESS;
 }
 
-/// Label and file system go in as they are, unquoted, on purpose: what they may hold is the format command's to say.
+/// Label and file system go in as they are, unquoted, on purpose: the caller answers for them.
 void FormatCommandLine(char16_t letter, const FormatRequest& request, char16_t (&line)[kCommandLineUnits])
 {
     size_t position = 0;

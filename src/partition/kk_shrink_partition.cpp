@@ -14,7 +14,7 @@ namespace kk {
 
 namespace {
 
-/// A partition that is to become smaller, as it was found.
+/// A partition, the layout in which it was found, and the size that it is to get.
 struct Shrinking {
     uint32_t disk;
     uint64_t start;
@@ -39,7 +39,8 @@ KK_STATUS ShrinkFileSystem(const char16_t* devicePath, uint64_t sectors)
 }
 
 /// True when the table needs no edit: the system may have shrunk the partition with its file system. What is at most
-/// one alignment unit too long counts as shrunk, on purpose.
+/// one alignment unit too long counts as shrunk, on purpose: such a rest does no harm. A partition that is no longer
+/// seen does not count.
 bool IsShrunk(const Shrinking& shrinking)
 {
     DiskLayout layout;

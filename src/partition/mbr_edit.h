@@ -7,7 +7,7 @@
 
 namespace kk {
 
-/// One change of an MBR's four primary entries. Numbers are sectors; each mode reads the members that it names.
+/// One change of an MBR's four primary entries. Numbers are sectors. Each member says which modes read it.
 struct MbrEdit {
     TableEditMode mode = TableEditMode::Add;
     uint64_t matchLba = 0;     // Remove, Resize: where the entry starts

@@ -12,14 +12,14 @@ namespace kk {
 // afterwards (RefreshDiskProperties). Nothing is checked against the usable area or other entries: callers choose
 // ranges. A sector size of 0 means 512.
 //
-// All of these return
-// - KK_STATUS_NO_MEMORY, also for an entry array beyond 4 GiB
-// - KK_STATUS_REGISTRY_CORRUPT: no boot signature, no GPT signature, an entry count or size out of range, structures
-//   that do not fit into a sector or into the disk's address range
+// Failures of all of these:
+// - KK_STATUS_NO_MEMORY, also for an entry array of 4 GiB and more
+// - KK_STATUS_REGISTRY_CORRUPT: no boot signature, no GPT signature, an entry count or size out of range, a header that
+//   no sector could hold, a place whose byte offset exceeds 64 bits
 // - KK_STATUS_DISK_FULL: adding, and no entry is unused
 // - KK_STATUS_INVALID_PARAMETER: removing or resizing, and no used entry starts there
 // - the status of the failing read or write. A GPT whose first copy was written stays changed when the second copy
-//   fails, on purpose: the disk then holds one whole old and one whole new table, and undoing could fail too.
+//   fails, on purpose: the first copy is whole by then, and undoing it could fail too.
 
 /// Adds a partition of `length` bytes at byte `offset`: with `gptType`, a fresh identifier, the usual name and no
 /// attributes to both copies of a GPT, with `mbrType` to an MBR, which is what every other style is taken for.

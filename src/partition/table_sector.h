@@ -13,7 +13,7 @@ namespace kk {
     return Max(uint64_t{sectorSize}, uint64_t{sizeof(MasterBootRecord)});
 }
 
-/// The last sector, inclusive, of `length` bytes that begin at byte `offset`.
+/// The last sector, inclusive, of `length` bytes that begin at byte `offset`; wraps when they end in the first sector.
 [[nodiscard]] constexpr uint64_t LastLba(uint64_t offset, uint64_t length, uint32_t sectorSize)
 {
     return SaturatingAdd(offset, length) / sectorSize - 1;
