@@ -25,6 +25,7 @@ struct OpenFile {
     uint32_t options = 0;
     int64_t position = 0;
     uint64_t createInformation = 1;
+    uint64_t openNumber = 0;  // by which a device tells its opens apart
 };
 
 /// How a transfer ended.

@@ -1,8 +1,12 @@
 #include "machine/disk.h"
 
+#include <algorithm>
+#include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "machine/machine.h"
+#include "machine/table_editor.h"
 
 namespace machine {
 
@@ -85,15 +89,63 @@ bool Disk::ReadRaw(uint64_t offset, std::span<uint8_t> into)
 
 Disk& Disk::Rescan()
 {
-    layout_ = ParseLayout(*storage_, sectorSize_);
-    for (kk::PartitionInformationEx& partition : layout_.partitions) {
-        const auto number = partitionNumbers_.find(static_cast<uint64_t>(partition.startingOffset));
-        if (partition.partitionNumber != 0 && number != partitionNumbers_.end()) {
-            partition.partitionNumber = number->second;
-        }
-    }
+    const Layout before = std::exchange(layout_, ParseLayout(*storage_, sectorSize_));
+    NumberPartitions(before);
     machine_.volumes.Follow(machine_.ShareDisk(number_));
     return *this;
+}
+
+void Disk::NumberPartitions(const Layout& before)
+{
+    std::map<uint64_t, uint32_t> known = partitionNumbers_;
+    for (const kk::PartitionInformationEx& partition : before.partitions) {
+        if (partition.partitionNumber != 0) {
+            known.emplace(static_cast<uint64_t>(partition.startingOffset), partition.partitionNumber);
+        }
+    }
+    std::set<uint32_t> used;
+    std::vector<kk::PartitionInformationEx*> newcomers;
+    for (kk::PartitionInformationEx& partition : layout_.partitions) {
+        if (partition.partitionNumber == 0) {
+            continue;
+        }
+        const auto number = known.find(static_cast<uint64_t>(partition.startingOffset));
+        if (number == known.end()) {
+            newcomers.push_back(&partition);
+        } else {
+            partition.partitionNumber = number->second;
+            used.insert(number->second);
+        }
+    }
+    uint32_t lowest = 1;
+    for (kk::PartitionInformationEx* const partition : newcomers) {
+        while (used.contains(lowest)) {
+            ++lowest;
+        }
+        partition->partitionNumber = lowest++;
+    }
+}
+
+Status Disk::GrowPartition(uint32_t number, int64_t bytes)
+{
+    if (!IsPresent()) {
+        return kNoSuchDevice;
+    }
+    if (behaviour.noMedia) {
+        return kNoMediaInDevice;
+    }
+    if (behaviour.readOnly) {
+        return kMediaWriteProtected;
+    }
+    ObservedStorage storage(*this);
+    const Status status = ResizePartition(storage, sectorSize_, layout_, number, bytes);
+    if (status == kSuccess) {
+        const auto& all = layout_.partitions;
+        machine_.volumes.FollowLength(*this, *std::find_if(all.begin(), all.end(), [number](const auto& partition) {
+            return partition.partitionNumber == number;
+        }));
+    }
+    return status;
 }
 
 Disk& Disk::SetPartitionNumber(uint64_t start, uint32_t number)

@@ -56,8 +56,12 @@ public:
 
     /// What the driver answers. Stays as it is when the table's bytes change, until Rescan.
     const Layout& CachedLayout() const { return layout_; }
-    /// Reads the table again; volumes go and come. What IOCTL_DISK_UPDATE_PROPERTIES does.
+    /// Reads the table again; volumes go and come. What IOCTL_DISK_UPDATE_PROPERTIES does. A partition that is still
+    /// there keeps its number, a new one gets the lowest that is free.
     Disk& Rescan();
+    /// Changes the length of a partition in the table, in the driver's layout and of the live volume. What
+    /// IOCTL_DISK_GROW_PARTITION does.
+    Status GrowPartition(uint32_t number, int64_t bytes);
     /// The number that the system gives the partition at `start`, from now on. Normally 1 and up in table order.
     Disk& SetPartitionNumber(uint64_t start, uint32_t number);
 
@@ -84,6 +88,8 @@ public:
 
 private:
     class ObservedStorage;
+
+    void NumberPartitions(const Layout& before);
 
     Machine& machine_;
     uint32_t number_;

@@ -1,7 +1,9 @@
 #include "machine/disk_device.h"
 
 #include <algorithm>
+#include <cstring>
 
+#include "disk/volume_controls.h"
 #include "machine/machine.h"
 
 namespace machine {
@@ -36,7 +38,8 @@ bool DiskDevice::HitsMountedVolume(uint64_t offset, uint64_t length) const
 {
     const auto& all = machine_.volumes.All();
     return std::any_of(all.begin(), all.end(), [&](const std::shared_ptr<Volume>& volume) {
-        return volume->Covers(disk_->Number(), offset, length) && volume->RecognisedFileSystem() != FileSystem::None;
+        return volume->Covers(disk_->Number(), offset, length) && volume->Opens().IsGuarded() &&
+               volume->RecognisedFileSystem() != FileSystem::None;
     });
 }
 
@@ -52,9 +55,15 @@ ControlAnswer DiskDevice::Control(OpenFile& /*file*/, const ControlRequest& requ
         return AnswerLayout(request);
     case kk::kIoctlDiskGetLengthInfo:
         return AnswerLength(request);
-    case kIoctlDiskUpdateProperties:
+    case kk::kIoctlDiskUpdateProperties:
         disk_->Rescan();
         return {};
+    case kk::kIoctlDiskGrowPartition:
+        return AnswerGrowth(request);
+    case kk::kFsctlLockVolume:
+    case kFsctlUnlockVolume:
+    case kk::kFsctlDismountVolume:
+        return {};  // a disk as a whole has no file system that would mind
     default:
         return {kInvalidDeviceRequest};
     }
@@ -113,6 +122,16 @@ ControlAnswer DiskDevice::AnswerLength(const ControlRequest& request) const
         return {kNoMediaInDevice};
     }
     return {kSuccess, BytesOf(kk::GetLengthInformation{static_cast<int64_t>(disk_->Size())})};
+}
+
+ControlAnswer DiskDevice::AnswerGrowth(const ControlRequest& request)
+{
+    kk::DiskGrowPartition growth = {};
+    if (request.input.size() < sizeof(growth)) {
+        return {kInfoLengthMismatch};
+    }
+    std::memcpy(&growth, request.input.data(), sizeof(growth));
+    return {disk_->GrowPartition(growth.partitionNumber, growth.bytesToGrow)};
 }
 
 /// A whole disk counts as a volume that no file system claims.

@@ -22,6 +22,7 @@ private:
     ControlAnswer AnswerGeometry(const ControlRequest& request) const;
     ControlAnswer AnswerLayout(const ControlRequest& request);
     ControlAnswer AnswerLength(const ControlRequest& request) const;
+    ControlAnswer AnswerGrowth(const ControlRequest& request);
     bool HitsMountedVolume(uint64_t offset, uint64_t length) const;
 
     Machine& machine_;

@@ -1,9 +1,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "machine/crc32.h"
+#include "machine/gpt_copy.h"
 #include "machine/table_builder.h"
-#include "machine/table_format.h"
 
 namespace machine {
 
@@ -65,14 +64,10 @@ std::vector<uint8_t> EncodeEntries(const GptTable& table, const GptShape& shape,
     return bytes;
 }
 
-void WriteCopy(Storage& storage, uint32_t sectorSize, GptHeaderRecord header, std::span<const uint8_t> entries)
+void WriteCopy(Storage& storage, uint32_t sectorSize, const GptHeaderRecord& header,
+               const std::vector<uint8_t>& entries)
 {
-    header.headerCrc32 = 0;
-    std::vector<uint8_t> sector(sectorSize);
-    PutRecord(sector, 0, header);
-    header.headerCrc32 = Crc32(std::span(sector).first(sizeof(header)));
-    PutRecord(sector, 0, header);
-    if (!storage.Write(header.ownLba * sectorSize, sector) || !storage.Write(header.entriesLba * sectorSize, entries)) {
+    if (!WriteGptCopy(storage, sectorSize, {std::vector<uint8_t>(sectorSize), header, entries})) {
         throw std::runtime_error("writing the partition table failed");
     }
 }
@@ -105,7 +100,6 @@ void WriteGptTable(Storage& storage, uint32_t sectorSize, const GptTable& table)
     header.entriesLba = 2;
     header.entryCount = table.entryCount;
     header.entryBytes = table.entryBytes;
-    header.entriesCrc32 = Crc32(std::span(entries).first(entriesBytes));
     WriteProtectiveMbr(storage, sectorSize, shape.sectorCount);
     WriteCopy(storage, sectorSize, header, entries);
 

@@ -28,9 +28,12 @@ inline constexpr Status kInvalidDeviceRequest = AsStatus(0xC0000010);
 inline constexpr Status kEndOfFile = AsStatus(0xC0000011);
 inline constexpr Status kNoMediaInDevice = AsStatus(0xC0000013);
 inline constexpr Status kNonexistentSector = AsStatus(0xC0000015);
+inline constexpr Status kAlreadyCommitted = AsStatus(0xC0000021);
 inline constexpr Status kAccessDenied = AsStatus(0xC0000022);
 inline constexpr Status kBufferTooSmall = AsStatus(0xC0000023);
 inline constexpr Status kObjectTypeMismatch = AsStatus(0xC0000024);
+inline constexpr Status kNotLocked = AsStatus(0xC000002A);
+inline constexpr Status kDiskCorruptError = AsStatus(0xC0000032);
 inline constexpr Status kObjectNameInvalid = AsStatus(0xC0000033);
 inline constexpr Status kObjectNameNotFound = AsStatus(0xC0000034);
 inline constexpr Status kObjectNameCollision = AsStatus(0xC0000035);
@@ -45,9 +48,11 @@ inline constexpr Status kDllNotFound = AsStatus(0xC0000135);
 inline constexpr Status kDiskFull = AsStatus(0xC000007F);
 inline constexpr Status kMediaWriteProtected = AsStatus(0xC00000A2);
 inline constexpr Status kFileIsADirectory = AsStatus(0xC00000BA);
+inline constexpr Status kNotSupported = AsStatus(0xC00000BB);
 inline constexpr Status kIoDeviceError = AsStatus(0xC0000185);
 inline constexpr Status kUnexpectedIoError = AsStatus(0xC00000E9);
 inline constexpr Status kNotADirectory = AsStatus(0xC0000103);
+inline constexpr Status kVolumeDismounted = AsStatus(0xC000026E);
 
 /// Neither a success nor a warning: a request that ends so gives nothing back but the status itself.
 constexpr bool IsError(Status status)
@@ -59,7 +64,7 @@ inline constexpr uint32_t kErrorGenFailure = 31;
 inline constexpr uint32_t kWaitFailed = 0xFFFFFFFF;
 inline constexpr int32_t kErrorUnexpected = AsStatus(0x8000FFFF);  // E_UNEXPECTED
 
-inline constexpr uint32_t kIoctlDiskUpdateProperties = 0x70140;
+inline constexpr uint32_t kFsctlUnlockVolume = 0x9001C;
 
 inline constexpr uint32_t kShutdownPrivilege = 19;
 

@@ -6,10 +6,11 @@
 
 namespace machine {
 
-SnapshotView::SnapshotView(std::shared_ptr<Volume> volume) : volume_(std::move(volume)), length_(volume_->Length())
+SnapshotView::SnapshotView(std::shared_ptr<Volume> volume)
+    : volume_(std::move(volume)), extents_(volume_->Extents()), length_(volume_->Length())
 {
     uint64_t extentBase = 0;
-    for (const Extent& extent : volume_->Extents()) {
+    for (const Extent& extent : extents_) {
         const auto keep = [this, extentBase, start = extent.start,
                            end = extent.start + extent.length](uint64_t offset, uint64_t length) {
             const uint64_t from = std::max(offset, start);
@@ -25,7 +26,7 @@ SnapshotView::SnapshotView(std::shared_ptr<Volume> volume) : volume_(std::move(v
 
 bool SnapshotView::Read(uint64_t offset, std::span<uint8_t> into)
 {
-    if (discarded_ || offset > length_ || into.size() > length_ - offset || !volume_->Read(offset, into)) {
+    if (discarded_ || offset > length_ || into.size() > length_ - offset || !ReadExtents(extents_, offset, into)) {
         return false;
     }
     const uint64_t end = offset + into.size();
@@ -60,14 +61,13 @@ uint64_t SnapshotView::KeptBytes() const
 
 void SnapshotView::KeepBefore(uint64_t volumeOffset, uint64_t length)
 {
-    // The volume may have grown since; what lies behind the snapshot's end is none of its business.
-    const uint64_t end = std::min(volumeOffset + length, length_);
+    const uint64_t end = volumeOffset + length;
     for (uint64_t block = volumeOffset / kBlockBytes; block * kBlockBytes < end; ++block) {
         if (kept_.contains(block)) {
             continue;
         }
         std::vector<uint8_t> bytes(std::min(kBlockBytes, length_ - block * kBlockBytes));
-        if (!volume_->Read(block * kBlockBytes, bytes)) {
+        if (!ReadExtents(extents_, block * kBlockBytes, bytes)) {
             throw std::runtime_error("a snapshot cannot read what is about to be overwritten");
         }
         kept_.emplace(block, std::move(bytes));

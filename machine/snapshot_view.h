@@ -10,7 +10,7 @@
 namespace machine {
 
 /// A volume as it was when this object was made. Watches the volume's disks and keeps the old bytes of every block
-/// that is about to be written; the rest is read from the volume itself.
+/// that is about to be written; the rest is read from where the volume lay.
 class SnapshotView final : public VolumeView {
 public:
     explicit SnapshotView(std::shared_ptr<Volume> volume);
@@ -37,6 +37,7 @@ private:
     static constexpr uint64_t kBlockBytes = 64 * 1024;
 
     std::shared_ptr<Volume> volume_;
+    std::vector<Extent> extents_;  // the volume itself may grow and shrink
     uint64_t length_;
     std::vector<Watch> watches_;
     std::unordered_map<uint64_t, std::vector<uint8_t>> kept_;  // by block number

@@ -9,7 +9,8 @@ struct Switches {
     /// Reads of an NTFS volume end at the file system's last sector, which is before the partition's.
     bool ntfsBoundary = false;
 
-    /// Sectors under a recognised file system are not writable through volume or disk handles.
+    /// Sectors under a recognised file system are not writable through volume or disk handles, unless the volume is
+    /// locked or dismounted; through volume handles, only by whoever did that.
     bool mountedWriteProtection = false;
 
     /// Volumes of a partition that has just appeared arrive only when the machine has received so many further calls.

@@ -6,6 +6,25 @@
 
 namespace machine {
 
+bool ReadExtents(const std::vector<Extent>& extents, uint64_t offset, std::span<uint8_t> into)
+{
+    uint64_t extentStart = 0;
+    uint64_t done = 0;
+    for (const Extent& extent : extents) {
+        const uint64_t from = offset + done;
+        if (done < into.size() && from >= extentStart && from < extentStart + extent.length) {
+            const uint64_t inside = from - extentStart;
+            const uint64_t piece = std::min(into.size() - done, extent.length - inside);
+            if (!extent.disk->ReadRaw(extent.start + inside, into.subspan(done, piece))) {
+                return false;
+            }
+            done += piece;
+        }
+        extentStart += extent.length;
+    }
+    return done == into.size();
+}
+
 Volume::Volume(uint32_t number, Extent extent, const kk::Guid& guid, std::vector<uint8_t> uniqueId)
     : number_(number), extents_{std::move(extent)}, guid_(guid), uniqueId_(std::move(uniqueId))
 {
@@ -54,25 +73,6 @@ uint32_t Volume::SectorSize() const
     return extents_.front().disk->SectorSize();
 }
 
-bool Volume::Read(uint64_t offset, std::span<uint8_t> into)
-{
-    uint64_t extentStart = 0;
-    uint64_t done = 0;
-    for (const Extent& extent : extents_) {
-        const uint64_t from = offset + done;
-        if (done < into.size() && from >= extentStart && from < extentStart + extent.length) {
-            const uint64_t inside = from - extentStart;
-            const uint64_t piece = std::min(into.size() - done, extent.length - inside);
-            if (!extent.disk->ReadRaw(extent.start + inside, into.subspan(done, piece))) {
-                return false;
-            }
-            done += piece;
-        }
-        extentStart += extent.length;
-    }
-    return done == into.size();
-}
-
 Status Volume::Write(uint64_t offset, std::span<const uint8_t> from)
 {
     uint64_t extentStart = 0;
@@ -91,6 +91,12 @@ Status Volume::Write(uint64_t offset, std::span<const uint8_t> from)
         extentStart += extent.length;
     }
     return done == from.size() ? kSuccess : kNonexistentSector;
+}
+
+Volume& Volume::SetInUseBySystem(bool inUse)
+{
+    opens_.SetInUseBySystem(inUse);
+    return *this;
 }
 
 Volume& Volume::SetFileSystemName(std::u16string name)

@@ -9,6 +9,7 @@
 #include "core/guid.h"
 #include "machine/disk.h"
 #include "machine/file_system.h"
+#include "machine/volume_opens.h"
 #include "machine/volume_view.h"
 
 namespace machine {
@@ -19,6 +20,9 @@ struct Extent {
     uint64_t start = 0;
     uint64_t length = 0;
 };
+
+/// Reads from stretches of disks as if they were one. Fills all of `into` or fails.
+bool ReadExtents(const std::vector<Extent>& extents, uint64_t offset, std::span<uint8_t> into);
 
 /// A volume: one or more extents of disks, shown as one device.
 class Volume final : public VolumeView {
@@ -41,10 +45,15 @@ public:
 
     uint64_t Length() const override;
     uint32_t SectorSize() const override;
-    bool Read(uint64_t offset, std::span<uint8_t> into) override;
+    bool Read(uint64_t offset, std::span<uint8_t> into) override { return ReadExtents(extents_, offset, into); }
     Status Write(uint64_t offset, std::span<const uint8_t> from);
 
     FileSystem RecognisedFileSystem() { return RecogniseFileSystem(*this); }
+
+    /// The handles that are open, and the rules between them.
+    VolumeOpens& Opens() { return opens_; }
+    /// A system or paging volume, which refuses to be locked and dismounted.
+    Volume& SetInUseBySystem(bool inUse = true);
 
     // Answers in place of the true ones, for tests.
     Volume& SetFileSystemName(std::u16string name);
@@ -65,6 +74,8 @@ private:
     std::vector<uint8_t> uniqueId_;
     std::optional<char16_t> letter_;
     std::shared_ptr<VolumeAnswers> answers_ = std::make_shared<VolumeAnswers>();
+    VolumeOpens opens_;
+    bool losesLetter_ = false;  // on the next rescan
     bool present_ = true;
 };
 

@@ -10,17 +10,49 @@ namespace {
 
 constexpr uint64_t kExtentsHeaderBytes = 8;
 
+/// What the file system answers, as opposed to the volume's driver.
+bool IsForFileSystem(uint32_t code)
+{
+    return code >> 16 == kk::kFileDeviceFileSystem;
+}
+
 }  // namespace
+
+Status VolumeDevice::Open(OpenFile& file, std::u16string_view rest)
+{
+    const Status status = VolumeViewDevice::Open(file, rest);
+    return status == kSuccess ? volume_->Opens().Open(file.openNumber) : status;
+}
+
+void VolumeDevice::Close(OpenFile& file)
+{
+    volume_->Opens().Close(file.openNumber);
+}
+
+uint64_t VolumeDevice::BoundaryBytes()
+{
+    const std::optional<uint64_t> kept = volume_->Opens().KeptEnd();
+    return kept ? *kept : VolumeViewDevice::BoundaryBytes();
+}
 
 IoResult VolumeDevice::Read(OpenFile& file, uint64_t offset, std::span<uint8_t> into)
 {
-    return volume_->IsPresent() ? VolumeViewDevice::Read(file, offset, into) : IoResult{kNoSuchDevice, 0};
+    if (!volume_->IsPresent()) {
+        return {kNoSuchDevice, 0};
+    }
+    if (!volume_->Opens().MayTransfer(file.openNumber)) {
+        return {kVolumeDismounted, 0};
+    }
+    return VolumeViewDevice::Read(file, offset, into);
 }
 
-IoResult VolumeDevice::Write(OpenFile& /*file*/, uint64_t offset, std::span<const uint8_t> from)
+IoResult VolumeDevice::Write(OpenFile& file, uint64_t offset, std::span<const uint8_t> from)
 {
     if (!volume_->IsPresent()) {
         return {kNoSuchDevice, 0};
+    }
+    if (!volume_->Opens().MayTransfer(file.openNumber)) {
+        return {kVolumeDismounted, 0};
     }
     if (offset % volume_->SectorSize() != 0 || from.size() % volume_->SectorSize() != 0) {
         return {kInvalidParameter, 0};
@@ -32,7 +64,8 @@ IoResult VolumeDevice::Write(OpenFile& /*file*/, uint64_t offset, std::span<cons
     if (inside.empty()) {
         return {};
     }
-    if (TheSwitches().mountedWriteProtection && volume_->RecognisedFileSystem() != FileSystem::None) {
+    if (TheSwitches().mountedWriteProtection && !volume_->Opens().MayWriteDirectly(file.openNumber) &&
+        volume_->RecognisedFileSystem() != FileSystem::None) {
         return {kAccessDenied, 0};
     }
     const Status status = volume_->Write(offset, inside);
@@ -44,8 +77,50 @@ ControlAnswer VolumeDevice::Control(OpenFile& file, const ControlRequest& reques
     if (!volume_->IsPresent()) {
         return {kNoSuchDevice};
     }
+    if (IsForFileSystem(request.code)) {
+        return AnswerFileSystem(file, request);
+    }
     return request.code == kk::kIoctlVolumeGetVolumeDiskExtents ? AnswerExtents(request)
                                                                 : VolumeViewDevice::Control(file, request);
+}
+
+ControlAnswer VolumeDevice::AnswerFileSystem(OpenFile& file, const ControlRequest& request)
+{
+    VolumeOpens& opens = volume_->Opens();
+    if (request.code == kFsctlUnlockVolume) {
+        return {opens.Unlock(file.openNumber)};
+    }
+    if (!opens.SeesFileSystem(file.openNumber)) {
+        return {kVolumeDismounted};
+    }
+    if (request.code != kk::kFsctlLockVolume && request.code != kk::kFsctlDismountVolume) {
+        return VolumeViewDevice::Control(file, request);
+    }
+    const bool locks = request.code == kk::kFsctlLockVolume;
+    const uint64_t end = BoundaryBytes();
+    const Status status = locks ? opens.Lock(file.openNumber) : opens.Dismount(file.openNumber);
+    if (status == kSuccess) {
+        opens.KeepEnd(end);
+    }
+    return {status};
+}
+
+Status VolumeDevice::QueryStandardInformation(OpenFile& file, kk::FileStandardInformation& information)
+{
+    return volume_->Opens().SeesFileSystem(file.openNumber)
+               ? VolumeViewDevice::QueryStandardInformation(file, information)
+               : kVolumeDismounted;
+}
+
+Status VolumeDevice::QueryFileSystemName(OpenFile& file, std::u16string& name)
+{
+    return volume_->Opens().SeesFileSystem(file.openNumber) ? VolumeViewDevice::QueryFileSystemName(file, name)
+                                                            : kVolumeDismounted;
+}
+
+Status VolumeDevice::Flush(OpenFile& file)
+{
+    return volume_->Opens().MayTransfer(file.openNumber) ? VolumeViewDevice::Flush(file) : kVolumeDismounted;
 }
 
 ControlAnswer VolumeDevice::AnswerExtents(const ControlRequest& request) const

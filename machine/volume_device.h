@@ -15,11 +15,20 @@ public:
     {
     }
 
+    Status Open(OpenFile& file, std::u16string_view rest) override;
+    void Close(OpenFile& file) override;
     IoResult Read(OpenFile& file, uint64_t offset, std::span<uint8_t> into) override;
     IoResult Write(OpenFile& file, uint64_t offset, std::span<const uint8_t> from) override;
     ControlAnswer Control(OpenFile& file, const ControlRequest& request) override;
+    Status QueryStandardInformation(OpenFile& file, kk::FileStandardInformation& information) override;
+    Status QueryFileSystemName(OpenFile& file, std::u16string& name) override;
+    Status Flush(OpenFile& file) override;
+
+protected:
+    uint64_t BoundaryBytes() override;
 
 private:
+    ControlAnswer AnswerFileSystem(OpenFile& file, const ControlRequest& request);
     ControlAnswer AnswerExtents(const ControlRequest& request) const;
 
     std::shared_ptr<Volume> volume_;

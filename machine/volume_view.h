@@ -56,7 +56,7 @@ protected:
     const Switches& TheSwitches() const { return switches_; }
 
     /// Where transfers end: the volume's length, or the file system's if that boundary is kept.
-    uint64_t BoundaryBytes();
+    virtual uint64_t BoundaryBytes();
 
 private:
     ControlAnswer AnswerNtfsData(const ControlRequest& request);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "machine/layout_parser.h"
 #include "machine/machine.h"
@@ -25,6 +26,16 @@ bool GetsVolume(const kk::PartitionInformationEx& partition)
     }
     const uint8_t type = partition.mbr.partitionType;
     return type != 0 && type != kProtectiveType && !IsExtendedContainer(type);
+}
+
+/// Neither hidden nor one that only the system uses.
+bool IsForUsers(const kk::PartitionInformationEx& partition)
+{
+    constexpr uint64_t kNoDriveLetter = 1ull << 63;
+    if (partition.style == kk::WirePartitionStyle::Gpt) {
+        return partition.gpt.partitionType == kBasicDataType && (partition.gpt.attributes & kNoDriveLetter) == 0;
+    }
+    return partition.mbr.recognizedPartition != 0;
 }
 
 /// What the mount manager knows a basic volume by: the partition's identifier, or the disk's signature and the offset.
@@ -108,6 +119,9 @@ void Volumes::Follow(const std::shared_ptr<Disk>& disk)
         } else {
             volume->extents_.front().length = static_cast<uint64_t>((*own)->partitionLength);
             partitions.erase(own);
+            if (std::exchange(volume->losesLetter_, false)) {
+                RemoveLetter(*volume);
+            }
         }
     }
     if (machine_.switches.diskIdentityCollisions && IdentityIsTaken(*disk)) {
@@ -115,6 +129,22 @@ void Volumes::Follow(const std::shared_ptr<Disk>& disk)
     }
     for (const kk::PartitionInformationEx* const partition : partitions) {
         Announce(disk, *partition);
+    }
+}
+
+void Volumes::FollowLength(const Disk& disk, const kk::PartitionInformationEx& partition)
+{
+    for (const std::shared_ptr<Volume>& volume : volumes_) {
+        for (Extent& extent : volume->extents_) {
+            if (extent.disk.get() == &disk && extent.start == static_cast<uint64_t>(partition.startingOffset)) {
+                extent.length = static_cast<uint64_t>(partition.partitionLength);
+            }
+        }
+    }
+    for (Arrival& arrival : arrivals_) {
+        if (arrival.disk.get() == &disk && arrival.partition.startingOffset == partition.startingOffset) {
+            arrival.partition = partition;
+        }
     }
 }
 
@@ -141,6 +171,9 @@ void Volumes::Arrive(const std::shared_ptr<Disk>& disk, const kk::PartitionInfor
                      static_cast<uint64_t>(partition.partitionLength)};
     volumes_.push_back(std::make_shared<Volume>(number, std::move(extent), guid, UniqueIdOf(*disk, partition)));
     Register(volumes_.back());
+    if (automaticLetters_ && IsForUsers(partition)) {
+        GiveFirstFreeLetter(*volumes_.back());
+    }
 }
 
 void Volumes::CountCall()
@@ -191,6 +224,14 @@ bool Volumes::AssignLetter(Volume& volume, char16_t letter)
     volume.letter_ = upper;
     machine_.names.AddLink(LetterLink(upper), volume.DeviceName());
     return true;
+}
+
+void Volumes::GiveFirstFreeLetter(Volume& volume)
+{
+    char16_t letter = u'C';
+    while (letter <= u'Z' && (machine_.drives.IsMapped(letter) || !AssignLetter(volume, letter))) {
+        ++letter;
+    }
 }
 
 void Volumes::RemoveLetter(Volume& volume)

@@ -27,6 +27,8 @@ public:
 
     /// Brings the volumes of a disk in line with its cached layout.
     void Follow(const std::shared_ptr<Disk>& disk);
+    /// The partition has changed its length in place.
+    void FollowLength(const Disk& disk, const kk::PartitionInformationEx& partition);
     /// The disk is gone.
     void DropAllOf(uint32_t diskNumber);
     /// Lets late volumes arrive whose time has come. Called once for each call of the machine.
@@ -35,6 +37,11 @@ public:
     /// False when the letter is taken or the volume already has one.
     bool AssignLetter(Volume& volume, char16_t letter);
     void RemoveLetter(Volume& volume);
+    /// The volume is without its letter after the next rescan of its disk, as happens on real systems.
+    static void LoseLetterOnRescan(Volume& volume) { volume.losesLetter_ = true; }
+    /// Whether volumes that arrive get the first free letter from C on. Those of partitions that are hidden or that
+    /// only the system uses get none.
+    void SetAutomaticLetters(bool automatic) { automaticLetters_ = automatic; }
     void SetNumber(Volume& volume, uint32_t number);
     /// Leaves the partition without a volume device, also after a rescan.
     void Hide(Volume& volume);
@@ -49,6 +56,7 @@ private:
     void Arrive(const std::shared_ptr<Disk>& disk, const kk::PartitionInformationEx& partition);
     void Register(const std::shared_ptr<Volume>& volume);
     void Unregister(Volume& volume);
+    void GiveFirstFreeLetter(Volume& volume);
     bool IsHidden(uint32_t diskNumber, uint64_t start) const;
     bool IdentityIsTaken(const Disk& disk) const;
 
@@ -57,6 +65,7 @@ private:
     std::vector<Arrival> arrivals_;
     std::vector<std::pair<uint32_t, uint64_t>> hidden_;
     uint32_t nextNumber_ = 1;
+    bool automaticLetters_ = false;
 };
 
 }  // namespace machine

@@ -72,7 +72,7 @@ TEST_F(DiskDeviceTest, TheLayoutStaysAsItWasUntilTheUpdateRequest)
 
     EXPECT_EQ(count(), 1u);
     EXPECT_EQ(machine.FindVolume(0, 8 * kMiB), nullptr);
-    EXPECT_EQ(handle.Control(kIoctlDiskUpdateProperties, 0).status, kSuccess);
+    EXPECT_EQ(handle.Control(kk::kIoctlDiskUpdateProperties, 0).status, kSuccess);
     EXPECT_EQ(count(), 2u);
     EXPECT_NE(machine.FindVolume(0, 8 * kMiB), nullptr);
     EXPECT_EQ(disk.CachedLayout().partitions.size(), 2u);
