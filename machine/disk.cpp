@@ -18,6 +18,10 @@ public:
     uint64_t Size() const override { return disk_.storage_->Size(); }
     bool Read(uint64_t offset, std::span<uint8_t> into) override { return disk_.storage_->Read(offset, into); }
     bool Flush() override { return disk_.storage_->Flush(); }
+    std::vector<Stretch> DataIn(uint64_t offset, uint64_t length) const override
+    {
+        return disk_.storage_->DataIn(offset, length);
+    }
     bool Write(uint64_t offset, std::span<const uint8_t> from) override
     {
         if (!Holds(offset, from.size())) {

@@ -206,16 +206,22 @@ void ExportHostFile(Storage& storage, uint64_t offset, uint64_t length, const st
     if (file.Get() < 0 || ftruncate(file.Get(), static_cast<off_t>(length)) != 0) {
         ThrowErrno(hostPath);
     }
-    std::vector<uint8_t> buffer(kSparseBytes);
-    for (uint64_t done = 0; done < length; done += buffer.size()) {
-        buffer.resize(std::min(kSparseBytes, length - done));
-        if (!storage.Read(offset + done, buffer)) {
-            throw std::runtime_error("reading the disk failed");
-        }
-        const bool empty = std::all_of(buffer.begin(), buffer.end(), [](uint8_t byte) { return byte == 0; });
-        if (!empty && pwrite(file.Get(), buffer.data(), buffer.size(), static_cast<off_t>(done)) !=
-                          static_cast<ssize_t>(buffer.size())) {
-            ThrowErrno(hostPath);
+    if (offset > storage.Size() || length > storage.Size() - offset) {
+        throw std::runtime_error("the disk does not reach that far");
+    }
+    std::vector<uint8_t> buffer;
+    for (const Stretch& stretch : storage.DataIn(offset, length)) {
+        const uint64_t end = stretch.offset + stretch.length;
+        for (uint64_t at = stretch.offset; at < end; at += buffer.size()) {
+            buffer.resize(std::min(kSparseBytes, end - at));
+            if (!storage.Read(at, buffer)) {
+                throw std::runtime_error("reading the disk failed");
+            }
+            const bool empty = std::all_of(buffer.begin(), buffer.end(), [](uint8_t byte) { return byte == 0; });
+            if (!empty && pwrite(file.Get(), buffer.data(), buffer.size(), static_cast<off_t>(at - offset)) !=
+                              static_cast<ssize_t>(buffer.size())) {
+                ThrowErrno(hostPath);
+            }
         }
     }
 }

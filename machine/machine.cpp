@@ -82,6 +82,7 @@ Machine& Machine::Strict()
 {
     switches.ntfsBoundary = true;
     switches.mountedWriteProtection = true;
+    switches.shrinkMovesNothing = true;
     switches.volumeArrivalDelay = 8;
     switches.minimumVirtualDiskSize = true;
     switches.diskIdentityCollisions = true;

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "core/nt_types.h"
+#include "disk/volume_controls.h"
 
 // Statuses, error numbers and control codes of the system that the machine answers with and the library does not name.
 
@@ -65,6 +66,7 @@ inline constexpr uint32_t kWaitFailed = 0xFFFFFFFF;
 inline constexpr int32_t kErrorUnexpected = AsStatus(0x8000FFFF);  // E_UNEXPECTED
 
 inline constexpr uint32_t kFsctlUnlockVolume = 0x9001C;
+inline constexpr kk::ShrinkRequest kShrinkAbort{3};
 
 inline constexpr uint32_t kShutdownPrivilege = 19;
 

@@ -243,6 +243,28 @@ std::optional<uint64_t> NtfsReader::CountFreeClusters()
     return geometry_.totalClusters - used;
 }
 
+std::optional<uint64_t> NtfsReader::FindUsedEnd()
+{
+    constexpr uint64_t kPiece = 1024 * 1024;
+    std::vector<uint8_t> bytes;
+    for (uint64_t end = (geometry_.totalClusters + 7) / 8; end != 0; end -= bytes.size()) {
+        bytes.resize(std::min(kPiece, end));
+        if (!ReadBitmap(end - bytes.size(), bytes)) {
+            return std::nullopt;
+        }
+        if (end * 8 > geometry_.totalClusters) {
+            // The bits behind the last cluster are set as if something lay there.
+            bytes.back() &= static_cast<uint8_t>((1u << (geometry_.totalClusters % 8)) - 1);
+        }
+        const auto last = std::find_if(bytes.rbegin(), bytes.rend(), [](uint8_t byte) { return byte != 0; });
+        if (last != bytes.rend()) {
+            const auto bytesBehind = static_cast<uint64_t>(last - bytes.rbegin());
+            return (end - bytesBehind) * 8 - static_cast<uint64_t>(std::countl_zero(*last));
+        }
+    }
+    return 0;
+}
+
 std::optional<kk::NtfsVolumeData> NtfsReader::ReadVolumeData()
 {
     const std::optional<uint64_t> freeClusters = CountFreeClusters();

@@ -40,6 +40,9 @@ public:
 
     std::optional<uint64_t> CountFreeClusters();
 
+    /// The number of the first cluster behind the last one in use.
+    std::optional<uint64_t> FindUsedEnd();
+
     /// Everything that the volume data request tells.
     std::optional<kk::NtfsVolumeData> ReadVolumeData();
 

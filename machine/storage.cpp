@@ -47,6 +47,24 @@ bool MemoryStorage::Write(uint64_t offset, std::span<const uint8_t> from)
     return true;
 }
 
+std::vector<Stretch> MemoryStorage::DataIn(uint64_t offset, uint64_t length) const
+{
+    std::vector<uint64_t> starts;
+    for (const auto& page : pages_) {
+        starts.push_back(page.first * kPageBytes);
+    }
+    std::sort(starts.begin(), starts.end());
+    std::vector<Stretch> stretches;
+    for (const uint64_t start : starts) {
+        const uint64_t from = std::max(offset, start);
+        const uint64_t to = std::min(offset + length, start + kPageBytes);
+        if (from < to) {
+            stretches.push_back({from, to - from});
+        }
+    }
+    return stretches;
+}
+
 FileStorage::FileStorage(const std::string& hostPath, Mode mode)
     : descriptor_(open(hostPath.c_str(), (mode == Mode::ReadOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC)), size_(0)
 {
@@ -101,6 +119,28 @@ bool FileStorage::Write(uint64_t offset, std::span<const uint8_t> from)
 bool FileStorage::Flush()
 {
     return fsync(descriptor_) == 0;
+}
+
+std::vector<Stretch> FileStorage::DataIn(uint64_t offset, uint64_t length) const
+{
+    std::vector<Stretch> stretches;
+    const uint64_t end = offset + length;
+    for (uint64_t at = offset; at < end;) {
+        const off_t data = lseek(descriptor_, static_cast<off_t>(at), SEEK_DATA);
+        if (data < 0 && errno == ENXIO) {
+            break;
+        }
+        const off_t hole = data < 0 ? -1 : lseek(descriptor_, data, SEEK_HOLE);
+        if (hole < 0) {
+            return {{offset, length}};  // some file systems do not tell
+        }
+        if (static_cast<uint64_t>(data) < end) {
+            stretches.push_back({static_cast<uint64_t>(data),
+                                 std::min(end, static_cast<uint64_t>(hole)) - static_cast<uint64_t>(data)});
+        }
+        at = static_cast<uint64_t>(hole);
+    }
+    return stretches;
 }
 
 }  // namespace machine

@@ -6,8 +6,15 @@
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace machine {
+
+/// Some bytes of a storage.
+struct Stretch {
+    uint64_t offset = 0;
+    uint64_t length = 0;
+};
 
 /// Bytes of a fixed size under a disk. Requests that reach past the end fail as a whole.
 class Storage {
@@ -18,6 +25,8 @@ public:
     virtual bool Read(uint64_t offset, std::span<uint8_t> into) = 0;
     virtual bool Write(uint64_t offset, std::span<const uint8_t> from) = 0;
     virtual bool Flush() { return true; }
+    /// What part of the given bytes may hold anything but zeros, in rising order.
+    virtual std::vector<Stretch> DataIn(uint64_t offset, uint64_t length) const { return {{offset, length}}; }
 
 protected:
     /// Whether `length` bytes at `offset` lie inside.
@@ -32,6 +41,7 @@ public:
     uint64_t Size() const override { return size_; }
     bool Read(uint64_t offset, std::span<uint8_t> into) override;
     bool Write(uint64_t offset, std::span<const uint8_t> from) override;
+    std::vector<Stretch> DataIn(uint64_t offset, uint64_t length) const override;
 
     /// Bytes of memory that are in use: what writes have touched, in whole pages.
     uint64_t AllocatedBytes() const { return pages_.size() * kPageBytes; }
@@ -59,6 +69,7 @@ public:
     bool Read(uint64_t offset, std::span<uint8_t> into) override;
     bool Write(uint64_t offset, std::span<const uint8_t> from) override;
     bool Flush() override;
+    std::vector<Stretch> DataIn(uint64_t offset, uint64_t length) const override;
 
 private:
     int descriptor_;

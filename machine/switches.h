@@ -13,6 +13,9 @@ struct Switches {
     /// locked or dismounted; through volume handles, only by whoever did that.
     bool mountedWriteProtection = false;
 
+    /// Shrinking a file system is refused while clusters behind its new end are in use; otherwise they are moved.
+    bool shrinkMovesNothing = false;
+
     /// Volumes of a partition that has just appeared arrive only when the machine has received so many further calls.
     uint64_t volumeArrivalDelay = 0;
 

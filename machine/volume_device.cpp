@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "disk/volume_controls.h"
+#include "machine/volume_resizer.h"
 
 namespace machine {
 
@@ -93,16 +94,37 @@ ControlAnswer VolumeDevice::AnswerFileSystem(OpenFile& file, const ControlReques
     if (!opens.SeesFileSystem(file.openNumber)) {
         return {kVolumeDismounted};
     }
-    if (request.code != kk::kFsctlLockVolume && request.code != kk::kFsctlDismountVolume) {
+    switch (request.code) {
+    case kk::kFsctlLockVolume:
+    case kk::kFsctlDismountVolume:
+        return {LockOrDismount(file, request.code)};
+    case kk::kFsctlExtendVolume:
+        return {NoteNewEnd(ExtendFileSystem(*volume_, request))};
+    case kk::kFsctlShrinkVolume:
+        return {NoteNewEnd(ShrinkFileSystem(*volume_, file.openNumber, request, TheSwitches().shrinkMovesNothing))};
+    default:
         return VolumeViewDevice::Control(file, request);
     }
-    const bool locks = request.code == kk::kFsctlLockVolume;
+}
+
+Status VolumeDevice::LockOrDismount(OpenFile& file, uint32_t code)
+{
+    VolumeOpens& opens = volume_->Opens();
     const uint64_t end = BoundaryBytes();
-    const Status status = locks ? opens.Lock(file.openNumber) : opens.Dismount(file.openNumber);
+    const Status status = code == kk::kFsctlLockVolume ? opens.Lock(file.openNumber) : opens.Dismount(file.openNumber);
     if (status == kSuccess) {
         opens.KeepEnd(end);
     }
-    return {status};
+    return status;
+}
+
+/// A file system that resizes itself knows its end, also while somebody has locked it.
+Status VolumeDevice::NoteNewEnd(Status status)
+{
+    if (status == kSuccess && volume_->Opens().KeptEnd()) {
+        volume_->Opens().KeepEnd(VolumeViewDevice::BoundaryBytes());
+    }
+    return status;
 }
 
 Status VolumeDevice::QueryStandardInformation(OpenFile& file, kk::FileStandardInformation& information)

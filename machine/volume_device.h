@@ -29,6 +29,8 @@ protected:
 
 private:
     ControlAnswer AnswerFileSystem(OpenFile& file, const ControlRequest& request);
+    Status LockOrDismount(OpenFile& file, uint32_t code);
+    Status NoteNewEnd(Status status);
     ControlAnswer AnswerExtents(const ControlRequest& request) const;
 
     std::shared_ptr<Volume> volume_;

@@ -1,6 +1,7 @@
 #include "machine/volume_opens.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace machine {
 
@@ -20,6 +21,7 @@ void VolumeOpens::Close(uint64_t open)
     mountOf_.erase(open);
     locker_ = locker_ == open ? 0 : locker_;
     dismounter_ = dismounter_ == open ? 0 : dismounter_;
+    DropShrink(open);
     ForgetEndUnlessHeld();
 }
 
@@ -58,6 +60,7 @@ Status VolumeOpens::Dismount(uint64_t open)
     ++mount_;
     mounted_ = false;
     dismounter_ = open;
+    shrinker_ = 0;
     return kSuccess;
 }
 
@@ -65,6 +68,26 @@ bool VolumeOpens::SeesFileSystem(uint64_t open) const
 {
     const auto found = mountOf_.find(open);
     return found != mountOf_.end() && found->second == mount_;
+}
+
+bool VolumeOpens::PrepareShrink(uint64_t open, uint64_t sectors)
+{
+    if (shrinker_ != 0 && shrinker_ != open) {
+        return false;
+    }
+    shrinker_ = open;
+    shrinkSectors_ = sectors;
+    return true;
+}
+
+std::optional<uint64_t> VolumeOpens::PreparedShrink(uint64_t open) const
+{
+    return shrinker_ == open ? std::optional(shrinkSectors_) : std::nullopt;
+}
+
+bool VolumeOpens::DropShrink(uint64_t open)
+{
+    return shrinker_ == open && std::exchange(shrinker_, 0) != 0;
 }
 
 void VolumeOpens::ForgetEndUnlessHeld()

@@ -14,7 +14,7 @@ class VolumeOpens {
 public:
     /// Mounts the volume unless whoever dismounted it still has it open.
     Status Open(uint64_t& open);
-    /// Ends the lock and completes the dismount of this open.
+    /// Ends the lock, completes the dismount and drops the announced shrink of this open.
     void Close(uint64_t open);
 
     Status Lock(uint64_t open);
@@ -33,6 +33,12 @@ public:
     /// System and paging volumes are neither locked nor dismounted.
     void SetInUseBySystem(bool inUse) { inUseBySystem_ = inUse; }
 
+    /// Announces a shrink to so many sectors, in place of an earlier one. False when another open has announced one.
+    bool PrepareShrink(uint64_t open, uint64_t sectors);
+    std::optional<uint64_t> PreparedShrink(uint64_t open) const;
+    /// False when this open has announced none.
+    bool DropShrink(uint64_t open);
+
     /// Where transfers end for as long as somebody has the volume to himself: the file system knows its size from its
     /// mount, whatever is written over it.
     void KeepEnd(uint64_t bytes) { keptEnd_ = bytes; }
@@ -49,6 +55,8 @@ private:
     uint64_t locker_ = 0;
     uint64_t dismounter_ = 0;
     std::optional<uint64_t> keptEnd_;
+    uint64_t shrinker_ = 0;
+    uint64_t shrinkSectors_ = 0;
 };
 
 }  // namespace machine

@@ -42,4 +42,17 @@ inline std::string ListedByFdisk(const std::string& path, uint32_t sectorSize)
     return text;
 }
 
+/// For an NTFS volume that is clean and as long as the file, the copy of the boot sector included.
+inline void ExpectNtfsToolsAreContent(const std::string& path)
+{
+    const ToolResult checked = RunTool({"ntfsresize", "--info", "--no-progress-bar", path});
+    EXPECT_EQ(checked.exitCode, 0) << checked.text;
+    ExpectWithout(checked.text, {"ERROR", "inconsistent", "scheduled for check"});
+    const ToolResult fixed = RunTool({"ntfsfix", "--no-action", path});
+    EXPECT_EQ(fixed.exitCode, 0) << fixed.text;
+    EXPECT_THAT(fixed.text, ::testing::HasSubstr("Checking the alternate boot sector... OK"));
+    EXPECT_THAT(fixed.text, ::testing::HasSubstr("processed successfully"));
+    EXPECT_THAT(RunToolOrThrow({"ntfsinfo", "-m", path}), ::testing::HasSubstr("Volume Flags: 0x0000"));
+}
+
 }  // namespace machine

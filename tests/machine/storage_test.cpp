@@ -54,6 +54,36 @@ TEST(StorageTest, FilesComeInAndGoOut)
     EXPECT_EQ(RunTool({"cmp", source.Path(), target.Path()}).exitCode, 0);
 }
 
+TEST(StorageTest, StoragesKnowWhereTheirDataMayLie)
+{
+    MemoryStorage memory(1ull << 40);
+    const TemporaryFile host(1ull << 40);
+    FileStorage file(host.Path());
+    const uint64_t place = 1ull << 39;
+
+    for (Storage* const storage : {static_cast<Storage*>(&memory), static_cast<Storage*>(&file)}) {
+        EXPECT_TRUE(storage->DataIn(0, storage->Size()).empty());
+        storage->Write(place, std::vector<uint8_t>(100, 1));
+        const std::vector<Stretch> all = storage->DataIn(0, storage->Size());
+        ASSERT_EQ(all.size(), 1u);
+        EXPECT_EQ(all[0].offset, place);
+        EXPECT_LE(all[0].length, 64 * kKiB);
+        const std::vector<Stretch> part = storage->DataIn(place + 10, 20);
+        ASSERT_EQ(part.size(), 1u);
+        EXPECT_EQ(part[0].offset, place + 10);
+        EXPECT_EQ(part[0].length, 20u);
+        EXPECT_TRUE(storage->DataIn(0, place).empty());
+    }
+}
+
+TEST(StorageTest, AnExportPastTheEndIsRefused)
+{
+    MemoryStorage storage(kMiB);
+    const TemporaryFile target;
+
+    EXPECT_THROW(ExportHostFile(storage, kMiB - 512, 1024, target.Path()), std::runtime_error);
+}
+
 TEST(StorageTest, AVolumeIsFormattedWithFilesInIt)
 {
     const TemporaryFile content;
