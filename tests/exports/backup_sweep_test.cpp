@@ -12,13 +12,7 @@ using machine::CallKind;
 /// Which status a backup owes the failure of one call. Everything that only makes it fall back is a success.
 int32_t OwedStatus(const machine::CallRecord& failed, const machine::Journal& journal)
 {
-    const auto before = [&](const machine::CallPattern& pattern) {
-        uint64_t count = 0;
-        for (const machine::CallRecord& call : journal.FindAll(pattern)) {
-            count += call.index < failed.index ? 1 : 0;
-        }
-        return count;
-    };
+    const auto before = [&](const machine::CallPattern& pattern) { return CallsBefore(journal, failed, pattern); };
     const auto own = static_cast<int32_t>(failed.result);
     const bool planning = before({.name = "CreateVirtualDisk"}) == 0;
     const bool copied = before({.name = "DetachVirtualDisk"}) > 0;

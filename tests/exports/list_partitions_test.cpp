@@ -191,11 +191,7 @@ TEST_F(ListPartitionsTest, FailsOnlyForTheLayoutAndForNothingElse)
                 EXPECT_EQ(result, 0);
                 return;
             }
-            uint64_t allocationsBefore = 0;
-            for (const machine::CallRecord& call : machine.journal.FindAll({.kind = CallKind::Allocate})) {
-                allocationsBefore += call.index < failed->index ? 1 : 0;
-            }
-            EXPECT_EQ(result, expected(*failed, allocationsBefore));
+            EXPECT_EQ(result, expected(*failed, CallsBefore(machine.journal, *failed, {.kind = CallKind::Allocate})));
             EXPECT_EQ(count, result < 0 ? 0u : 2u);
             if (result == 0) {
                 ExpectTruthOrNothing(records[0], truth[0]);

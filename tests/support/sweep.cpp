@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "support/forked_run.h"
@@ -56,4 +57,12 @@ uint64_t SweepFailingCalls(machine::Machine& machine, FaultMode mode, const std:
     }
     ADD_FAILURE() << "the sweep did not come to its end";
     return 0;
+}
+
+uint64_t CallsBefore(const machine::Journal& journal, const machine::CallRecord& failed,
+                     const machine::CallPattern& pattern)
+{
+    const std::vector<machine::CallRecord> calls = journal.FindAll(pattern);
+    return static_cast<uint64_t>(
+        std::ranges::count_if(calls, [&](const machine::CallRecord& call) { return call.index < failed.index; }));
 }

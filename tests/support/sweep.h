@@ -13,3 +13,7 @@ enum class FaultMode { OneCall, ThatCallAndAllLater };
 /// status. Returns how many calls can fail.
 uint64_t SweepFailingCalls(machine::Machine& machine, FaultMode mode, const std::function<int32_t()>& operation,
                            const std::function<void(const machine::CallRecord* failed, int32_t status)>& check);
+
+/// How many calls that fit came before `failed`.
+uint64_t CallsBefore(const machine::Journal& journal, const machine::CallRecord& failed,
+                     const machine::CallPattern& pattern);
