@@ -223,6 +223,8 @@ TEST_F(SetDriveLetterTest, TakesOneLetterAwayAtMostTheFirstThatIsListed)
 {
     AnswerMountPoints({{u"\\DosDevices\\J:", other.DeviceName()},
                        {u"\\DosDevices\\KK:", volume.DeviceName()},
+                       {u"\\DosDevices\\K:\\", volume.DeviceName()},
+                       {u"\\DosDevices\\:", volume.DeviceName()},
                        {u"\\DosDevices\\K;", volume.DeviceName()},
                        {u"\\DosDevices\\L:", volume.DeviceName()},
                        {u"\\DosDevices\\M:", volume.DeviceName()}});
