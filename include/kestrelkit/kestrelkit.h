@@ -331,8 +331,8 @@ KK_API KK_STATUS KK_CALL KkShrinkPartition(uint32_t diskNumber, uint64_t startOf
 
 /**
  * Puts a file system on a partition with the system's own format command, which it waits for, at most two minutes. The
- * data on the partition is lost. A volume without a drive letter gets the first free one from D on, and keeps it
- * whatever happens later.
+ * data on the partition is lost. A volume without a drive letter, or whose letter cannot be learnt, gets the first free
+ * one from D on, and keeps it whatever happens later.
  *
  * The texts reach a command interpreter as they are, unquoted, and a line above 399 units is cut. A label with blanks
  * arrives as several arguments, and characters such as & and | start further commands with the caller's rights: check
