@@ -36,17 +36,15 @@ std::string SizeForTool(const NtfsGeometry& geometry, uint64_t sectors)
     return std::to_string(clusters * geometry.bytesPerCluster + geometry.bytesPerSector);
 }
 
-/// Lets the boot sector count the sectors behind the last whole cluster too, and puts its copy behind them.
-void CompleteBootSectors(const std::string& path, uint32_t bytesPerSector, uint64_t sectors)
+/// Lets the boot sector count the sectors behind the last whole cluster too.
+void CountAllSectors(const std::string& path, uint32_t bytesPerSector, uint64_t sectors)
 {
     FileStorage file(path);
     std::vector<uint8_t> boot(bytesPerSector);
-    const uint64_t counted = sectors - 1;
-    bool done = file.Read(0, boot);
-    std::memcpy(boot.data() + kSectorCountOffset, &counted, sizeof(counted));
-    done = done && file.Write(0, boot) && file.Write(counted * bytesPerSector, boot);
-    if (!done) {
-        throw std::runtime_error("completing the boot sectors failed");
+    const bool read = file.Read(0, boot);
+    std::memcpy(boot.data() + kSectorCountOffset, &sectors, sizeof(sectors));
+    if (!read || !file.Write(0, boot)) {
+        throw std::runtime_error("completing the boot sector failed");
     }
 }
 
@@ -94,8 +92,8 @@ Status ResizeNtfs(Volume& volume, const NtfsGeometry& geometry, uint64_t sectors
         return status;
     }
     std::filesystem::resize_file(file.Path(), bytes);
-    CompleteBootSectors(file.Path(), geometry.bytesPerSector, sectors);
-    // The tool asks for a check at the next start, which the real system's own resizing does not need.
+    CountAllSectors(file.Path(), geometry.bytesPerSector, sectors - 1);
+    // Copies the boot sector to the last one, and takes back the request for a check that the other tool has left.
     RunToolOrThrow({"ntfsfix", "--clear-dirty", file.Path()});
     return WriteChanges(volume, file.Path());
 }

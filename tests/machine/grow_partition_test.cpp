@@ -1,4 +1,5 @@
 #include "disk/disk_controls.h"
+#include "machine/gpt_copy.h"
 #include "machine/snapshot_view.h"
 #include "tests/machine/judges.h"
 #include "tests/machine/native_calls.h"
@@ -75,6 +76,29 @@ TEST_F(GrowPartitionTest, ADamagedCopyIsWholeAgainAfterwards)
         EXPECT_EQ(Grow(1, kFourMiB), kSuccess);
         ExpectSgdiskIsContent(Exported());
     }
+}
+
+TEST_F(GrowPartitionTest, EntriesOfTheBackupStayWhereItsHeaderPutsThem)
+{
+    Disk& disk = machine.AddDisk(kDiskBytes).Gpt({.partitions = {{kMiB, 8 * kMiB}}});
+    constexpr uint64_t kLastSector = kDiskBytes / 512 - 1;
+    constexpr uint64_t kEntriesSector = kLastSector - 1000;
+    MemoryStorage storage(kDiskBytes);
+    storage.Write(kDiskBytes - kMiB, disk.ReadBytes(kDiskBytes - kMiB, kMiB));
+    GptCopy backup;
+    ASSERT_TRUE(ReadGptCopy(storage, 512, kLastSector, backup));
+    backup.header.entriesLba = kEntriesSector;
+    ASSERT_TRUE(WriteGptCopy(storage, 512, backup));
+    std::vector<uint8_t> end(kMiB);
+    storage.Read(kDiskBytes - kMiB, end);
+    disk.WriteBytes(kDiskBytes - kMiB, end);
+
+    ASSERT_EQ(Grow(1, kFourMiB), kSuccess);
+
+    const auto entry = TakeRecord<GptEntryRecord>(disk.ReadBytes(kEntriesSector * 512, 512));
+    EXPECT_EQ(entry.lastLba, 13 * 2048u - 1);
+    const auto header = TakeRecord<GptHeaderRecord>(disk.ReadBytes(kDiskBytes - 512, 512));
+    EXPECT_EQ(header.entriesLba, kEntriesSector);
 }
 
 TEST_F(GrowPartitionTest, AGptThatIsGoneFromTheDiskIsNotEdited)

@@ -79,6 +79,11 @@ TEST_P(NtfsReaderTest, AgreesWithNtfscatAndNtfsinfo)
     EXPECT_EQ(data->mft2StartLcn, NumberAfter(words, "LCN of Data Attribute for File_MFTMirr"));
     EXPECT_EQ(data->bytesPerFileRecordSegment, NumberAfter(words, "MFT Record Size"));
     EXPECT_EQ(data->numberSectors, static_cast<int64_t>(volume.Length() / data->bytesPerSector) - 1);
+    uint64_t usedEnd = reader.Geometry().totalClusters;
+    while (usedEnd != 0 && (expected[(usedEnd - 1) / 8] >> ((usedEnd - 1) % 8) & 1) == 0) {
+        --usedEnd;
+    }
+    EXPECT_EQ(reader.FindUsedEnd(), usedEnd);
 }
 
 INSTANTIATE_TEST_SUITE_P(Volumes, NtfsReaderTest,
@@ -86,7 +91,8 @@ INSTANTIATE_TEST_SUITE_P(Volumes, NtfsReaderTest,
                                            std::tuple(64 * kMiB + 512, std::vector<std::string>{"-c", "512"}),
                                            std::tuple(64 * kMiB, std::vector<std::string>{"-s", "4096"}),
                                            std::tuple(256 * kMiB, std::vector<std::string>{"-c", "65536"}),
-                                           std::tuple(5000 * kMiB, std::vector<std::string>{"-c", "4096"})));
+                                           std::tuple(5000 * kMiB, std::vector<std::string>{"-c", "4096"}),
+                                           std::tuple(5000 * kMiB, std::vector<std::string>{"-c", "512"})));
 
 TEST(NtfsReaderHostilityTest, ScribbledVolumesNeverLeadOutOfBounds)
 {

@@ -73,6 +73,14 @@ TEST(StorageTest, StoragesKnowWhereTheirDataMayLie)
         EXPECT_EQ(part[0].offset, place + 10);
         EXPECT_EQ(part[0].length, 20u);
         EXPECT_TRUE(storage->DataIn(0, place).empty());
+        for (uint64_t i = 1; i <= 10; ++i) {
+            storage->Write(place - i * kMiB, std::vector<uint8_t>(100, 1));
+        }
+        const std::vector<Stretch> more = storage->DataIn(0, storage->Size());
+        ASSERT_EQ(more.size(), 11u);
+        for (uint64_t i = 0; i <= 10; ++i) {
+            EXPECT_EQ(more[i].offset, place - (10 - i) * kMiB);
+        }
     }
 }
 
