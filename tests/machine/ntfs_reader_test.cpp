@@ -92,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(Volumes, NtfsReaderTest,
                                            std::tuple(64 * kMiB, std::vector<std::string>{"-s", "4096"}),
                                            std::tuple(256 * kMiB, std::vector<std::string>{"-c", "65536"}),
                                            std::tuple(5000 * kMiB, std::vector<std::string>{"-c", "4096"}),
-                                           std::tuple(5000 * kMiB, std::vector<std::string>{"-c", "512"})));
+                                           std::tuple(10000 * kMiB, std::vector<std::string>{"-c", "512"})));
 
 TEST(NtfsReaderHostilityTest, ScribbledVolumesNeverLeadOutOfBounds)
 {

@@ -74,7 +74,7 @@ TEST(StorageTest, StoragesKnowWhereTheirDataMayLie)
         EXPECT_EQ(part[0].length, 20u);
         EXPECT_TRUE(storage->DataIn(0, place).empty());
         for (uint64_t i = 1; i <= 10; ++i) {
-            storage->Write(place - i * kMiB, std::vector<uint8_t>(100, 1));
+            storage->Write(place - i * 7 % 11 * kMiB, std::vector<uint8_t>(100, 1));
         }
         const std::vector<Stretch> more = storage->DataIn(0, storage->Size());
         ASSERT_EQ(more.size(), 11u);
