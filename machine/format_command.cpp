@@ -125,8 +125,7 @@ bool SizeFits(const Extent& extent, FileSystem fileSystem)
     return fileSystem != FileSystem::Exfat || sectorSize == 512;
 }
 
-/// Whether the command gets the volume for itself and can write to it.
-bool CanBeTaken(const Volume& volume)
+bool CanBeWritten(const Volume& volume)
 {
     if (!volume.IsPresent() || volume.Extents().size() != 1) {
         return false;
@@ -134,6 +133,34 @@ bool CanBeTaken(const Volume& volume)
     const DiskBehaviour& behaviour = volume.Extents().front().disk->behaviour;
     return !behaviour.readOnly && !behaviour.noMedia;
 }
+
+/// A volume from which everybody else's handles are thrown off, which is what /Y agrees to. Whoever opens it next mounts
+/// what is there then.
+class TakenVolume {
+public:
+    explicit TakenVolume(Volume& volume) : opens_(volume.Opens())
+    {
+        isOpen_ = opens_.Open(open_) == kSuccess;
+        isTaken_ = isOpen_ && opens_.Dismount(open_) == kSuccess;
+    }
+    TakenVolume(const TakenVolume&) = delete;
+    TakenVolume& operator=(const TakenVolume&) = delete;
+    ~TakenVolume()
+    {
+        if (isOpen_) {
+            opens_.Close(open_);
+        }
+    }
+
+    /// False when somebody has locked the volume, or the system itself uses it.
+    explicit operator bool() const { return isTaken_; }
+
+private:
+    VolumeOpens& opens_;
+    uint64_t open_ = 0;
+    bool isOpen_;
+    bool isTaken_;
+};
 
 void WriteZeros(const Extent& extent)
 {
@@ -148,10 +175,14 @@ void WriteZeros(const Extent& extent)
     }
 }
 
-uint32_t Format(const Volume& volume, const Order& order, FileSystem fileSystem)
+uint32_t Format(Volume& volume, const Order& order, FileSystem fileSystem)
 {
     const std::optional<std::string> label = FittingLabel(order.label, fileSystem);
-    if (!label || !CanBeTaken(volume) || !SizeFits(volume.Extents().front(), fileSystem)) {
+    if (!label || !CanBeWritten(volume) || !SizeFits(volume.Extents().front(), fileSystem)) {
+        return kFormatFailed;
+    }
+    const TakenVolume taken(volume);
+    if (!taken) {
         return kFormatFailed;
     }
     const Extent& extent = volume.Extents().front();

@@ -20,6 +20,7 @@ inline constexpr uint32_t kFormatFailed = 4;
 /// The work is done at the end of its duration. Without /Q every byte of the partition that is not zero becomes zero
 /// first. It ends with kFormatFailed when
 /// - the volume has gone meanwhile, its medium cannot be written, or it spans several partitions;
+/// - somebody has locked the volume, or the system itself uses it; other handles are dismounted;
 /// - the label is too long (32 characters for NTFS, 11 for the others) or, for FAT, has a character other than those
 ///   of short file names, which become upper case, and blanks;
 /// - the partition is too small or too large: for FAT32, below 65,536 sectors or above 32 GiB; for the others, as the

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "machine/format_command.h"
 #include "machine/text.h"
 #include "support/shell.h"
 #include "tests/machine/process_calls.h"
@@ -114,15 +115,31 @@ TEST_F(FormatCommandTest, MakesExfatThatOtherToolsAccept)
     EXPECT_THAT(Judge("exfatlabel"), HasSubstr("label: B\u00FCcher"));
 }
 
-TEST_F(FormatCommandTest, AnotherHandleSeesTheNewFileSystem)
+TEST_F(FormatCommandTest, OtherHandlesAreDismountedAndNewOnesSeeTheNewFileSystem)
 {
     AddVolume();
-    const Handle volume(TheVolume().LinkName());
+    const Handle older(TheVolume().LinkName());
 
     EXPECT_EQ(Format(u"E: /FS:NTFS /Q /Y"), 0u);
-    EXPECT_EQ(volume.Control(kk::kFsctlGetNtfsVolumeData, 96).status, kSuccess);
-    EXPECT_EQ(Format(u"E: /FS:FAT32 /Q /Y"), 0u);
-    EXPECT_NE(volume.Control(kk::kFsctlGetNtfsVolumeData, 96).status, kSuccess);
+    EXPECT_EQ(older.Control(kk::kFsctlGetNtfsVolumeData, 96).status, kVolumeDismounted);
+    const Handle newer(TheVolume().LinkName());
+    EXPECT_EQ(newer.Control(kk::kFsctlGetNtfsVolumeData, 96).status, kSuccess);
+}
+
+TEST_F(FormatCommandTest, AVolumeThatSomebodyHasLockedOrTheSystemUsesFailsTheCommand)
+{
+    AddVolume();
+    {
+        const Handle owner(TheVolume().LinkName());
+        ASSERT_EQ(owner.Control(kk::kFsctlLockVolume, 0).status, kSuccess);
+
+        EXPECT_EQ(Format(u"E: /FS:NTFS /Q /Y"), kFormatFailed);
+        EXPECT_TRUE(HasMark(kStart));
+    }
+    TheVolume().Opens().SetInUseBySystem(true);
+
+    EXPECT_EQ(Format(u"E: /FS:NTFS /Q /Y"), kFormatFailed);
+    EXPECT_TRUE(HasMark(kStart));
 }
 
 TEST_F(FormatCommandTest, SwitchesComeInAnyCaseAndOrderAndLabelsInQuotes)
