@@ -116,6 +116,25 @@ TEST_F(MemoryTest, CopiesAndFillsExactlyTheCount)
     EXPECT_EQ(bytes, (std::array<uint8_t, 6>{5, 6, 9, 9, 5, 0}));
 }
 
+TEST_F(MemoryTest, BytesAreTheSameWhenEachOfTheCountIs)
+{
+    const std::array<uint8_t, 6> bytes = {1, 0, 0xFF, 4, 5, 6};
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        std::array<uint8_t, 6> other = bytes;
+        EXPECT_TRUE(SameBytes(other.data(), bytes.data(), 6));
+        other[i] ^= 0x80;
+
+        EXPECT_FALSE(SameBytes(other.data(), bytes.data(), 6)) << i;
+        EXPECT_FALSE(SameBytes(bytes.data(), other.data(), i + 1)) << i;
+        EXPECT_TRUE(SameBytes(other.data(), bytes.data(), i)) << i;
+    }
+}
+
+TEST_F(MemoryTest, NoBytesAreTheSame)
+{
+    EXPECT_TRUE(SameBytes("a", "b", 0));
+}
+
 using HeapBlockTest = MemoryTest;
 
 TEST_F(HeapBlockTest, IsZeroed)

@@ -68,6 +68,21 @@ TEST_F(FailingCallsTest, AVolumeIsFoundOrPassedOver)
     });
 }
 
+TEST_F(FailingCallsTest, AVolumeIsOpenedForWritingOrNot)
+{
+    const auto open = [] {
+        DevicePtr volume;
+        const bool isOpen = OpenVolumeForPartition(0, 1 * kMiB, volume);
+        EXPECT_EQ(isOpen, static_cast<bool>(volume));
+        return isOpen ? KK_STATUS_SUCCESS : kNone;
+    };
+    SweepFailingCalls(machine, FaultMode::OneCall, open, [](const machine::CallRecord* failed, int32_t status) {
+        // The cluster size is not needed.
+        const bool isNeeded = failed != nullptr && failed->kind != machine::CallKind::FsControl;
+        EXPECT_EQ(status, isNeeded ? kNone : KK_STATUS_SUCCESS);
+    });
+}
+
 TEST_F(FailingCallsTest, AMountPointIsFoundOrNot)
 {
     const auto look = [] {
