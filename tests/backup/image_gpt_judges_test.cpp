@@ -1,9 +1,9 @@
 #include <fstream>
 #include <random>
-#include <sstream>
 
 #include "image_table_fixture.h"
 #include "machine/text.h"
+#include "support/hex.h"
 #include "support/shell.h"
 #include "support/table_judges.h"
 
@@ -53,18 +53,6 @@ if expected != found:
 print('same')
 )";
 
-std::string Hex(const void* data, size_t size)
-{
-    std::ostringstream text;
-    text << std::hex;
-    for (size_t i = 0; i < size; ++i) {
-        text.width(2);
-        text.fill('0');
-        text << static_cast<unsigned>(static_cast<const uint8_t*>(data)[i]);
-    }
-    return text.str();
-}
-
 class ImageGptJudgesTest : public ImageTableTest {
 protected:
     void UseFile(uint64_t size, char filling)
@@ -100,12 +88,12 @@ protected:
         {
             std::ofstream lines(file + ".entries");
             for (const kk::GptImageEntry& entry : entries) {
-                lines << Hex(&entry.typeGuid, 16) << ' ' << Hex(&entry.idGuid, 16) << ' ' << entry.offset << ' '
-                      << entry.length << ' ' << Hex(entry.name, 72) << '\n';
+                lines << HexOf(machine::BytesOf(entry.typeGuid)) << ' ' << HexOf(machine::BytesOf(entry.idGuid)) << ' '
+                      << entry.offset << ' ' << entry.length << ' ' << HexOf(machine::BytesOf(entry.name)) << '\n';
             }
         }
         EXPECT_EQ(Shell("python3 - '" + file + "' " + std::to_string(sectorSize) + " " + std::to_string(totalSectors) +
-                        " " + Hex(&disk, 16) + " <<'SCRIPT'" + kSecondWriter + "SCRIPT\ntrue"),
+                        " " + HexOf(machine::BytesOf(disk)) + " <<'SCRIPT'" + kSecondWriter + "SCRIPT\ntrue"),
                   "same\n")
             << sectorSize << " " << totalSectors;
     }

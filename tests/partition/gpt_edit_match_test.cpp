@@ -72,6 +72,27 @@ TEST_F(GptMatchTest, ALongEntryKeepsWhatFollowsItsNameWhenItIsResized)
     EXPECT_EQ(Bytes(EntryOffset(kPrimary, 0) + 128, 128), std::vector<uint8_t>(128, 0xAA));
 }
 
+TEST_F(GptMatchTest, EachModeReadsItsOwnMembersAlone)
+{
+    UseGpt({100, 200});
+    GptEdit adding = Adding(300, 400);
+    adding.matchLba = 200;
+    GptEdit resizing = Adding(500, 600);
+    resizing.mode = TableEditMode::Resize;
+    resizing.matchLba = 200;
+    GptEdit removing = resizing;
+    removing.mode = TableEditMode::Remove;
+
+    EXPECT_EQ(Edit(adding), KK_STATUS_SUCCESS);
+    EXPECT_EQ(number, 3u);
+    EXPECT_EQ(Edit(resizing), KK_STATUS_SUCCESS);
+    EXPECT_EQ(Entry(kPrimary, 1).firstLba, 200u);
+    EXPECT_EQ(Entry(kPrimary, 1).lastLba, 600u);
+    EXPECT_NE(Entry(kPrimary, 1).id, kId);
+    EXPECT_EQ(Edit(removing), KK_STATUS_SUCCESS);
+    EXPECT_EQ(Bytes(EntryOffset(kPrimary, 1), 128), std::vector<uint8_t>(128));
+}
+
 TEST_F(GptMatchTest, AnEndBeforeTheStartIsStoredAllTheSame)
 {
     UseGpt({100});

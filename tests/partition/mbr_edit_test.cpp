@@ -108,6 +108,22 @@ TEST_F(MbrEditTest, AStartThatNoRecordHasMatchesNothing)
     }
 }
 
+TEST_F(MbrEditTest, EachModeReadsItsOwnMembersAlone)
+{
+    UseMbr({7, 7});
+    MbrEdit edit = Adding(2048, 8, 0x83);
+    edit.matchLba = 200;
+
+    EXPECT_EQ(Edit(edit), KK_STATUS_SUCCESS);
+    EXPECT_EQ(number, 3u);
+    edit.mode = TableEditMode::Resize;
+    EXPECT_EQ(Edit(edit), KK_STATUS_SUCCESS);
+    EXPECT_EQ(Record(1), (Record16{0x80, 1, 2, 3, 7, 4, 5, 6, 200, 0, 0, 0, 8, 0, 0, 0}));
+    edit.mode = TableEditMode::Remove;
+    EXPECT_EQ(Edit(edit), KK_STATUS_SUCCESS);
+    EXPECT_EQ(Record(1), Record16(16));
+}
+
 TEST_F(MbrEditTest, ARecordWithoutATypeIsNotMeant)
 {
     UseMbr({0, 7});

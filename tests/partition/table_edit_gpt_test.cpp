@@ -98,8 +98,8 @@ TEST_F(GptTableEditTest, BoundsAreRoundedDownToSectorsEachByItself)
     // The sum of offset and length is what is divided, so both remainders count.
     EXPECT_EQ(AddPartition(10 * 512 + 300, 512 + 300), KK_STATUS_SUCCESS);
     EXPECT_EQ(Range(), Sectors(10, 11));
-    EXPECT_EQ(ResizePartition(10 * 512 + 511, 2 * 512), KK_STATUS_SUCCESS);
-    EXPECT_EQ(Range(), Sectors(10, 11));
+    EXPECT_EQ(ResizePartition(10 * 512 + 300, 2 * 512 + 300), KK_STATUS_SUCCESS);
+    EXPECT_EQ(Range(), Sectors(10, 12));
     EXPECT_EQ(ResizePartition(10 * 512, 2 * 512 + 511), KK_STATUS_SUCCESS);
     EXPECT_EQ(Range(), Sectors(10, 11));
     EXPECT_EQ(ResizePartition(10 * 512, 3 * 512), KK_STATUS_SUCCESS);
