@@ -29,6 +29,10 @@ struct StartupInfo {
 };
 static_assert(sizeof(StartupInfo) == 104 && offsetof(StartupInfo, flags) == 60);
 
+inline constexpr uint32_t kCreateNoWindow = 0x08000000;
+inline constexpr uint32_t kStartfUseShowWindow = 1;
+inline constexpr uint16_t kSwHide = 0;
+
 /// PROCESS_INFORMATION.
 struct ProcessInformation {
     NtHandle process;

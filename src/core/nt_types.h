@@ -99,6 +99,10 @@ inline constexpr uint32_t kFileSynchronousIoNonalert = 0x20;
 inline constexpr uint32_t kFileNonDirectoryFile = 0x40;
 inline constexpr uint32_t kFileRandomAccess = 0x800;
 
+inline constexpr uint32_t kSeShutdownPrivilege = 19;
+/// ShutdownReboot of SHUTDOWN_ACTION.
+inline constexpr uint32_t kShutdownReboot = 1;
+
 /// The part of the process environment block that leads to the default heap.
 struct ProcessEnvironmentBlock {
     uint8_t untouched[0x30];

@@ -6,9 +6,6 @@ namespace kk {
 
 namespace {
 
-constexpr uint32_t kCreateNoWindow = 0x08000000;
-constexpr uint32_t kStartfUseShowWindow = 1;
-constexpr uint16_t kSwHide = 0;
 constexpr uint32_t kPatienceMilliseconds = 120'000;
 
 /// A started program. Its handles are closed when this object ends, if kernel32 can close any.

@@ -1,16 +1,5 @@
 #include "core/nt.h"
 
-namespace kk {
-
-namespace {
-
-constexpr uint32_t kSeShutdownPrivilege = 19;
-constexpr uint32_t kShutdownReboot = 1;
-
-}  // namespace
-
-}  // namespace kk
-
 KK_STATUS KK_CALL KkReboot()
 {
     // For the process, not the thread. Without the privilege the system refuses, and its own status says so.
