@@ -1,0 +1,144 @@
+#include "exports/support/partition_edit_test.h"
+
+// The drive letter of a volume whose partition is shrunk.
+
+namespace {
+
+using machine::Volumes;
+
+class ShrinkPartitionLetterTest : public PartitionEditTest {
+protected:
+    ShrinkPartitionLetterTest()
+    {
+        AddDisk(kSmallGpt, {{kMiB, 16 * kMiB}});
+        machine.AssignLetter(TheVolume(), u'S');
+    }
+    machine::Volume& TheVolume() const { return *machine.FindVolume(0, kMiB); }
+    size_t LettersSet() const { return machine.journal.Count({.name = "SetVolumeMountPointW"}); }
+};
+
+TEST_F(ShrinkPartitionLetterTest, ALetterThatStaysIsNotTouched)
+{
+    ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(TheVolume().Letter(), u'S');
+    EXPECT_EQ(LettersSet(), 0u);
+    EXPECT_EQ(machine.journal.Count({.name = "DeleteVolumeMountPointW"}), 0u);
+    EXPECT_EQ(machine.journal.Count({.code = 0x6D0008}), 2u) << "it was looked at";
+}
+
+TEST_F(ShrinkPartitionLetterTest, ALetterThatIsLostOnTheRefreshComesBack)
+{
+    Volumes::LoseLetterOnRescan(TheVolume());
+
+    ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(TheVolume().Letter(), u'S');
+    EXPECT_EQ(LettersSet(), 1u);
+    EXPECT_TRUE(machine.journal.Before({.code = 0x70140}, {.name = "SetVolumeMountPointW"}));
+}
+
+TEST_F(ShrinkPartitionLetterTest, AnotherLetterIsReplaced)
+{
+    TheDisk().AddWriteObserver([this](uint64_t, uint64_t) {
+        machine.volumes.RemoveLetter(TheVolume());
+        machine.AssignLetter(TheVolume(), u'T');
+    });
+
+    ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(TheVolume().Letter(), u'S');
+    EXPECT_EQ(machine.volumes.FindByLetter(u'T'), nullptr);
+}
+
+TEST_F(ShrinkPartitionLetterTest, AVolumeWithoutALetterGetsNone)
+{
+    machine.volumes.RemoveLetter(TheVolume());
+
+    ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(TheVolume().Letter(), std::nullopt);
+    EXPECT_EQ(LettersSet(), 0u);
+    EXPECT_EQ(machine.journal.Count({.code = 0x6D0008}), 1u) << "there is nothing to look at again";
+}
+
+TEST_F(ShrinkPartitionLetterTest, ALetterThatSomebodyGaveMeanwhileStays)
+{
+    machine.volumes.RemoveLetter(TheVolume());
+    TheDisk().AddWriteObserver([this](uint64_t, uint64_t) { machine.volumes.AssignLetter(TheVolume(), u'T'); });
+
+    ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(TheVolume().Letter(), u'T');
+}
+
+TEST_F(ShrinkPartitionLetterTest, ItComesBackAlsoWhenTheTableWasLeftAlone)
+{
+    machine.OnControl({.code = 0x901B0},
+                      [this](const machine::CallRecord& call,
+                             const machine::ControlRequest&) -> std::optional<machine::ControlAnswer> {
+                          if (call.input[0] == 2) {
+                              machine.volumes.RemoveLetter(TheVolume());
+                          }
+                          return std::nullopt;
+                      });
+
+    ASSERT_EQ(Shrink(kMiB, 15 * kMiB), 0);
+
+    EXPECT_EQ(machine.journal.Count({.kind = machine::CallKind::WriteFile}), 0u);
+    EXPECT_EQ(TheVolume().Letter(), u'S');
+}
+
+TEST_F(ShrinkPartitionLetterTest, ItDoesNotComeBackAfterAFailedEdit)
+{
+    TheDisk().AddWriteObserver([this](uint64_t, uint64_t) { machine.volumes.RemoveLetter(TheVolume()); });
+    machine.faults.Fail({.kind = machine::CallKind::WriteFile}, 3, 0xC0000185);
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000185));
+
+    EXPECT_EQ(TheVolume().Letter(), std::nullopt);
+    EXPECT_EQ(LettersSet(), 0u);
+}
+
+TEST_F(ShrinkPartitionLetterTest, AVolumeThatDoesNotComeBackIsNotMissed)
+{
+    TheDisk().AddWriteObserver([this](uint64_t, uint64_t) {
+        if (machine.FindVolume(0, kMiB) != nullptr) {
+            machine.HideVolume(TheVolume());
+        }
+    });
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(LettersSet(), 0u);
+}
+
+TEST_F(ShrinkPartitionLetterTest, WhetherItCouldBeGivenAgainIsNotAsked)
+{
+    Volumes::LoseLetterOnRescan(TheVolume());
+    machine.faults.FailFrom({.name = "SetVolumeMountPointW"}, 1, 0);
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+    EXPECT_EQ(LettersSet(), 1u);
+}
+
+TEST_F(ShrinkPartitionLetterTest, ItIsGivenAgainWhenItCannotBeReadAfterwards)
+{
+    machine.faults.Fail({.code = 0x6D0008}, 2, 0xC0000022);
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(machine.journal.Count({.name = "DeleteVolumeMountPointW"}), 1u);
+    EXPECT_EQ(TheVolume().Letter(), u'S');
+}
+
+TEST_F(ShrinkPartitionLetterTest, WithoutTheMountPointCallsTheLetterIsLostAndTheCallSucceeds)
+{
+    Volumes::LoseLetterOnRescan(TheVolume());
+    machine.modules.Remove(u"kernel32.dll");
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(TheVolume().Letter(), std::nullopt);
+}
+
+}  // namespace

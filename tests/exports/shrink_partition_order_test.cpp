@@ -1,0 +1,108 @@
+#include "exports/support/partition_edit_test.h"
+
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAreArray;
+using ::testing::Not;
+
+using StepList = std::vector<std::string>;
+
+class ShrinkPartitionOrderTest : public PartitionEditTest {
+protected:
+    ShrinkPartitionOrderTest() { AddDisk(kSmallMbr, {{kMiB, 16 * kMiB}, {32 * kMiB, kMiB}}); }
+
+    static StepList Joined(const std::vector<StepList>& parts)
+    {
+        StepList steps;
+        for (const StepList& part : parts) {
+            steps.insert(steps.end(), part.begin(), part.end());
+        }
+        return steps;
+    }
+
+    const StepList layout = {"open drive 0", "geometry of drive 0", "layout of drive 0", "close drive 0"};
+    const StepList lookup = {"open volume 1", "close volume 1"};
+    const StepList letter = {"open mounts", "query mounts", "close mounts"};
+    const StepList shrink = {"open volume 1 for writing", "shrink volume 1", "shrink volume 1", "close volume 1"};
+    const StepList edit = {"open drive 0 for writing", "read drive 0 at 0", "write drive 0 at 0", "flush drive 0",
+                           "refresh drive 0",          "close drive 0"};
+};
+
+TEST_F(ShrinkPartitionOrderTest, TheFileSystemShrinksBeforeThePartition)
+{
+    ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_THAT(Steps(), ElementsAreArray(Joined({layout, lookup, letter, shrink, layout, edit})));
+}
+
+TEST_F(ShrinkPartitionOrderTest, AFailingPreparationEndsTheCall)
+{
+    machine.faults.Fail({.code = 0x901B0}, 1, 0xC0000010);
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000010));
+
+    const StepList refused = {"open volume 1 for writing", "shrink volume 1", "close volume 1"};
+    EXPECT_THAT(Steps(), ElementsAreArray(Joined({layout, lookup, letter, refused})));
+}
+
+TEST_F(ShrinkPartitionOrderTest, AFailingCommitmentEndsTheCallWithoutARequestToAbort)
+{
+    machine.faults.Fail({.code = 0x901B0}, 2, 0xC0000021);
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000021));
+
+    EXPECT_THAT(Steps(), ElementsAreArray(Joined({layout, lookup, letter, shrink})));
+    EXPECT_EQ(Partitions()[0].length, 16 * kMiB);
+}
+
+TEST_F(ShrinkPartitionOrderTest, AVolumeThatDoesNotOpenForWritingEndsTheCall)
+{
+    machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "HarddiskVolume1"}, 2, 0xC0000022);
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000022));
+
+    EXPECT_THAT(Steps(), ElementsAreArray(Joined({layout, lookup, letter, {"open volume 1 for writing"}})));
+}
+
+TEST_F(ShrinkPartitionOrderTest, ALetterThatCannotBeLearntIsNoObstacle)
+{
+    Refuse(0x6D0008, 0xC0000022);
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(Partitions()[0].length, 8 * kMiB);
+}
+
+TEST_F(ShrinkPartitionOrderTest, ADriveThatDoesNotOpenForWritingLeavesTheTable)
+{
+    machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "PhysicalDrive0"}, 3, 0xC0000022);
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000022));
+
+    EXPECT_THAT(Steps(),
+                ElementsAreArray(Joined({layout, lookup, letter, shrink, layout, {"open drive 0 for writing"}})));
+    EXPECT_EQ(ReadSlots(TheDisk(), kSmallMbr)[0]->length, 16 * kMiB);
+}
+
+TEST_F(ShrinkPartitionOrderTest, AFailingEditIsNotFollowedByAnotherLook)
+{
+    machine.faults.Fail({.kind = machine::CallKind::WriteFile}, 1, 0xC0000185);
+
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000185));
+
+    EXPECT_THAT(Steps(), Not(Contains("refresh drive 0")));
+    EXPECT_EQ(Steps().back(), "close drive 0");
+    EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0) << "it can be made again";
+    EXPECT_EQ(Partitions()[0].length, 8 * kMiB);
+}
+
+TEST_F(ShrinkPartitionOrderTest, NothingIsLocked)
+{
+    ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
+
+    EXPECT_THAT(Steps(), Not(Contains("lock volume 1")));
+    EXPECT_THAT(Steps(), Not(Contains("dismount volume 1")));
+}
+
+}  // namespace
