@@ -5,6 +5,7 @@ namespace {
 class ShippedDll final : public LibraryFlavour {
 public:
     const machine::KestrelkitApi& Api() const override { return api_; }
+    bool IsSanitized() const override { return false; }
 
 private:
     machine::LoadedDll dll_{KK_DLL};

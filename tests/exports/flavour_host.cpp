@@ -5,6 +5,7 @@ namespace {
 class LinkedLibrary final : public LibraryFlavour {
 public:
     const machine::KestrelkitApi& Api() const override { return api_; }
+    bool IsSanitized() const override { return true; }
 
 private:
     machine::KestrelkitApi api_ = {

@@ -14,6 +14,8 @@ class LibraryFlavour {
 public:
     virtual ~LibraryFlavour() = default;
     virtual const machine::KestrelkitApi& Api() const = 0;
+    /// Whether mistakes in the library's own accesses are seen, which makes long tests worth their time.
+    virtual bool IsSanitized() const = 0;
 };
 
 /// Made by the program's flavour; the machine must exist.
