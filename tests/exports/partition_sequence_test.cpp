@@ -116,7 +116,8 @@ private:
     {
         const Place place = AnyPartition();
         const uint64_t room = model->UsableEnd() - std::min(model->UsableEnd(), place.start);
-        const uint64_t size = Below(5) == 0 ? 0 : Below(4) == 0 ? Near(room) : Near(place.length + Below(4 * kMiB));
+        const uint64_t more = place.length + Below(4 * kMiB);
+        const uint64_t size = Below(8) == 0 ? 0 : Below(4) == 0 ? Near(room) : Below(2) == 0 ? Near(more) : more;
         SCOPED_TRACE(testing::Message() << "extend " << place << " to " << size);
         touched = place.start;
         const uint64_t fileSystem = FileSystemBytes(place.start);
@@ -235,11 +236,15 @@ private:
         const uint64_t ends[] = {0, 1, UINT64_MAX, UINT64_MAX - kMiB + 1, uint64_t{1} << 63, uint64_t{1} << 32};
         return Below(6) == 0 ? ends[Below(std::size(ends))] : number + steps[Below(std::size(steps))];
     }
-    /// A place where nothing is when there is none.
+    /// A place where nothing is when there is none. Long ones, which have room for a file system, come more often where
+    /// that matters.
     Place AnyPartition()
     {
         const std::vector<Place> all = model->Partitions();
-        return all.empty() ? Place{Near(kMiB), kMiB} : all[Below(all.size())];
+        if (all.empty()) {
+            return {Near(kMiB), kMiB};
+        }
+        return formats && Below(3) != 0 ? *std::ranges::max_element(all, {}, &Place::length) : all[Below(all.size())];
     }
 
     DiskKind kind;
@@ -271,12 +276,12 @@ TEST_F(PartitionSequenceTest, OnMbrDisksWithLargeSectors)
 
 TEST_F(PartitionSequenceTest, WithFileSystemsOnAGptDisk)
 {
-    Run(kSmallGpt, 200, true);
+    Run(kSmallGpt, 400, true);
 }
 
 TEST_F(PartitionSequenceTest, WithFileSystemsOnAnMbrDiskWithLargeSectors)
 {
-    Run(kLargeMbr, 100, true);
+    Run(kLargeMbr, 200, true);
 }
 
 }  // namespace
