@@ -43,7 +43,7 @@ private:
     void RunOnOneDisk(uint64_t seed, uint64_t steps)
     {
         random.seed(seed);
-        AddDisk(kind, {}, (16 + Below(112)) * kMiB + Below(2) * kind.sectorSize);
+        AddDisk(kind, {}, ((formats ? 48 : 16) + Below(80)) * kMiB + Below(2) * kind.sectorSize);
         written.clear();
         model.emplace(kind, TheDisk().Size());
         for (uint64_t step = 1; step <= steps && !HasFailure(); ++step) {
@@ -260,32 +260,32 @@ private:
 
 TEST_F(PartitionSequenceTest, OnGptDisksWithSmallSectors)
 {
-    Run(kSmallGpt, 1600);
+    Run(kSmallGpt, 4000);
 }
 
 TEST_F(PartitionSequenceTest, OnGptDisksWithLargeSectors)
 {
-    Run(kLargeGpt, 1000);
+    Run(kLargeGpt, 2500);
 }
 
 TEST_F(PartitionSequenceTest, OnMbrDisksWithSmallSectors)
 {
-    Run(kSmallMbr, 1600);
+    Run(kSmallMbr, 4000);
 }
 
 TEST_F(PartitionSequenceTest, OnMbrDisksWithLargeSectors)
 {
-    Run(kLargeMbr, 1000);
+    Run(kLargeMbr, 2500);
 }
 
 TEST_F(PartitionSequenceTest, WithFileSystemsOnAGptDisk)
 {
-    Run(kSmallGpt, 400, true);
+    Run(kSmallGpt, 1000, true);
 }
 
 TEST_F(PartitionSequenceTest, WithFileSystemsOnAnMbrDiskWithLargeSectors)
 {
-    Run(kLargeMbr, 200, true);
+    Run(kLargeMbr, 500, true);
 }
 
 }  // namespace
