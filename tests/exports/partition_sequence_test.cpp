@@ -180,10 +180,10 @@ private:
 
     void Judge()
     {
-        ExpectTableToolsAreContent(TheDisk(), kind);
+        EXPECT_EQ(ComplaintAboutTable(TheDisk(), kind), "");
         for (const Place& place : model->Partitions()) {
             if (const uint64_t length = FileSystemBytes(place.start); length != 0) {
-                ExpectNtfsToolsAreContent(TheDisk(), {place.start, length});
+                EXPECT_EQ(ComplaintAboutNtfs(TheDisk(), {place.start, length}), "");
             }
         }
     }

@@ -34,8 +34,8 @@ protected:
     /// Table and file system are in order, the latter `length` long, and every file is as it was.
     void ExpectASoundVolume(const DiskKind& kind, uint64_t length)
     {
-        ExpectTableToolsAreContent(TheDisk(), kind);
-        ExpectNtfsToolsAreContent(TheDisk(), {kStart, length});
+        EXPECT_EQ(ComplaintAboutTable(TheDisk(), kind), "");
+        EXPECT_EQ(ComplaintAboutNtfs(TheDisk(), {kStart, length}), "");
         const machine::TemporaryFile volume;
         TheDisk().ExportFile(kStart, length, volume.Path());
         for (int i = 0; i < kFiles; ++i) {

@@ -4,7 +4,7 @@
 #include "disk/disk_controls.h"
 #include "machine/ntfs_reader.h"
 #include "machine/snapshot_view.h"
-#include "tests/machine/judges.h"
+#include "support/ntfs_judges.h"
 #include "tests/machine/native_calls.h"
 
 namespace machine {
@@ -61,7 +61,7 @@ protected:
     {
         const TemporaryFile exported;
         TheDisk().ExportFile(kStart, bytes, exported.Path());
-        ExpectNtfsToolsAreContent(exported.Path());
+        EXPECT_EQ(ComplaintAboutNtfs(exported.Path()), "");
         for (int i = 0; i < kFiles; ++i) {
             const TemporaryFile found;
             const std::string command = "ntfscat " + exported.Path() + " file" + std::to_string(i) + " > " +
