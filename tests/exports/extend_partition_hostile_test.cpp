@@ -33,7 +33,7 @@ protected:
             EXPECT_EQ(machine.journal.Count({.code = 0x7C0D0}), 0u);
             return status;
         }
-        return SentWith(0x7C0D0)[1];
+        return SentWith(0x7C0D0).at(1);
     }
 
     static Outcome Bytes(uint64_t bytes) { return bytes; }

@@ -77,7 +77,7 @@ protected:
             const uint64_t calls =
                 SweepFailingCalls(machine, mode, edit, [&](const CallRecord* /*failed*/, int32_t status) {
                     EXPECT_EQ(status, FirstDebt(owed, mode));
-                    ExpectTheWritesThatSucceeded(before);
+                    ExpectTheWritesThatSucceeded(before, status);
                     check(status);
                 });
             EXPECT_GT(calls, 10u);
@@ -114,7 +114,7 @@ private:
     }
 
     /// Array and header of the first copy, then of the second: as many of them have changed as there were writes.
-    void ExpectTheWritesThatSucceeded(const DiskBytes& before) const
+    void ExpectTheWritesThatSucceeded(const DiskBytes& before, int32_t status) const
     {
         const TableSectors sectors(kind, kDiskSize);
         std::vector<Place> inOrder = {sectors.primaryHeader};
@@ -124,6 +124,7 @@ private:
         const bool byDriver = Succeeded({.code = 0x7C0D0}) > 0;
         const size_t writes = byDriver ? inOrder.size() : Succeeded({.kind = CallKind::WriteFile});
         ASSERT_LE(writes, inOrder.size());
+        EXPECT_EQ(status == 0, writes == inOrder.size());
         for (size_t i = 0; i < inOrder.size(); ++i) {
             EXPECT_EQ(before.HasChanged(inOrder[i]), i < writes) << inOrder[i];
         }

@@ -19,7 +19,7 @@ protected:
             return std::nullopt;
         }
         EXPECT_EQ(status, Status(0xC00000BB));
-        return SentWith(0x901B0)[2];
+        return SentWith(0x901B0).at(2);
     }
     /// Has the driver tell that the only partition is of this length.
     void PretendLength(uint64_t start, uint64_t length)
