@@ -132,11 +132,21 @@ class KkctlTest(unittest.TestCase):
 
     def test_partitions_of_a_gpt_disk(self):
         lines = self.run_kkctl("partitions", "0").stdout.splitlines()
-        self.assertEqual(len(lines), 3)
         self.assertIn("EFI system", lines[1])
         self.assertIn("Basic data  Dat\u00e4n", lines[2])
         self.assertIn("NTFS", lines[2])
         self.assertIn("\\Device\\HarddiskVolume", lines[2])
+        self.assertEqual([line.split() for line in lines[3:]],
+                         [[], ["FREE", "FROM", "LENGTH", "SIZE"], ["5242880", "3145728", "3.0", "MiB"],
+                          ["50331648", "16759808", "15.9", "MiB"]])
+
+    def test_free_regions_as_json(self):
+        def regions(disk):
+            document = json.loads(self.run_kkctl("partitions", disk, "--json").stdout)
+            return [(region["startOffset"], region["length"]) for region in document["freeRegions"]]
+        self.assertEqual(regions("0"), [(5 * MIB, 3 * MIB), (48 * MIB, DISK_SIZE - 48 * MIB - 34 * 512)])
+        self.assertEqual(regions("1"), [(3 * MIB, 2 * MIB), (9 * MIB, DISK_SIZE - 9 * MIB)])
+        self.assertEqual(regions("2"), [])
 
     def test_partitions_as_json(self):
         document = json.loads(self.run_kkctl("partitions", "0", "--json").stdout)

@@ -1,6 +1,9 @@
+#include <fstream>
+#include <regex>
 #include <sstream>
+#include <string>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "number_list.h"
 #include "partition_types.h"
@@ -14,6 +17,21 @@ TEST(StatusNamesTest, StatusesOfTheLibraryBearTheNamesOfItsHeader)
 {
     EXPECT_EQ(DescribeStatus(KK_STATUS_NO_MEMORY), "0xC0000017 KK_STATUS_NO_MEMORY (memory ran out)");
     EXPECT_EQ(DescribeStatus(KK_STATUS_SUCCESS), "0x00000000 KK_STATUS_SUCCESS (success)");
+}
+
+TEST(StatusNamesTest, EveryStatusOfTheHeaderHasAName)
+{
+    std::ifstream header(KK_PUBLIC_HEADER);
+    const std::regex definition(R"(#define (KK_\w+) \(\(KK_STATUS\)(\w+)\))");
+    size_t count = 0;
+    for (std::string line; std::getline(header, line);) {
+        if (std::smatch parts; std::regex_match(line, parts, definition)) {
+            const auto value = static_cast<KK_STATUS>(std::stoul(parts[2], nullptr, 0));
+            EXPECT_THAT(DescribeStatus(value), testing::HasSubstr(" " + parts[1].str() + " ("));
+            ++count;
+        }
+    }
+    EXPECT_GT(count, 10u);
 }
 
 TEST(StatusNamesTest, StatusesOfTheSystemBearItsNames)

@@ -108,3 +108,57 @@ TEST_F(PartitionsTest, AFailureIsNamedOnTheErrorStream)
     EXPECT_EQ(err, "kkctl: listing the partitions of disk 9: 0xC0000034 STATUS_OBJECT_NAME_NOT_FOUND "
                    "(there is no disk, volume or file of this name)\n");
 }
+
+class FreeRegionsOfADiskTest : public PartitionsTest {
+protected:
+    FreeRegionsOfADiskTest()
+    {
+        KkDiskInfo disk = {};
+        disk.number = 5;
+        disk.size = 64 << 20;
+        disk.sectorSize = 512;
+        disk.partitionStyle = KK_PARTITION_STYLE_GPT;
+        KkDiskInfo other = disk;
+        other.number = 0;
+        other.size = 1ull << 40;
+        library.disks = {other, disk};
+    }
+};
+
+TEST_F(FreeRegionsOfADiskTest, TheyFollowInATableOfTheirOwn)
+{
+    EXPECT_EQ(Run({"partitions", "5"}), 0);
+
+    EXPECT_THAT(out, HasSubstr("0x77\n"
+                               "\n"
+                               "FREE FROM    LENGTH      SIZE\n"
+                               " 44040192  23051264  21.9 MiB\n"));
+}
+
+TEST_F(FreeRegionsOfADiskTest, TheyArePartOfTheJson)
+{
+    EXPECT_EQ(Run({"partitions", "5", "--json"}), 0);
+
+    const auto document = nlohmann::ordered_json::parse(out);
+    EXPECT_EQ(document["partitions"].size(), 2u);
+    EXPECT_EQ(document["freeRegions"].dump(), R"([{"startOffset":44040192,"length":23051264}])");
+}
+
+TEST_F(FreeRegionsOfADiskTest, ADiskThatTheLibraryDoesNotListHasNone)
+{
+    EXPECT_EQ(Run({"partitions", "6", "--json"}), 0);
+
+    EXPECT_EQ(nlohmann::json::parse(out)["freeRegions"].dump(), "[]");
+}
+
+TEST_F(FreeRegionsOfADiskTest, ADiskWithoutPartitionsHasThemToo)
+{
+    library.partitions.clear();
+
+    EXPECT_EQ(Run({"partitions", "5"}), 0);
+
+    EXPECT_EQ(out, "Disk 5 has no partitions.\n"
+                   "\n"
+                   "FREE FROM    LENGTH      SIZE\n"
+                   "  1048576  66042880  62.9 MiB\n");
+}

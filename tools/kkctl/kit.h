@@ -17,6 +17,14 @@ using WideString = std::basic_string<KkWideChar>;
 struct Exports {
     decltype(&KkListDisks) listDisks = nullptr;
     decltype(&KkListPartitions) listPartitions = nullptr;
+    decltype(&KkSetDriveLetter) setDriveLetter = nullptr;
+    decltype(&KkAddMountPoint) addMountPoint = nullptr;
+    decltype(&KkCreatePartition) createPartition = nullptr;
+    decltype(&KkDeletePartition) deletePartition = nullptr;
+    decltype(&KkExtendPartition) extendPartition = nullptr;
+    decltype(&KkShrinkPartition) shrinkPartition = nullptr;
+    decltype(&KkFormatPartition) formatPartition = nullptr;
+    decltype(&KkReboot) reboot = nullptr;
     decltype(&KkBackup) backup = nullptr;
 
     /// Shows every slot with its function's name to `visit`.
@@ -25,6 +33,14 @@ struct Exports {
     {
         visit("KkListDisks", listDisks);
         visit("KkListPartitions", listPartitions);
+        visit("KkSetDriveLetter", setDriveLetter);
+        visit("KkAddMountPoint", addMountPoint);
+        visit("KkCreatePartition", createPartition);
+        visit("KkDeletePartition", deletePartition);
+        visit("KkExtendPartition", extendPartition);
+        visit("KkShrinkPartition", shrinkPartition);
+        visit("KkFormatPartition", formatPartition);
+        visit("KkReboot", reboot);
         visit("KkBackup", backup);
     }
 };

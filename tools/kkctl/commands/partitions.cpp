@@ -1,11 +1,13 @@
 #include "partitions.h"
 
+#include <algorithm>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "context.h"
+#include "free_regions.h"
 #include "inventory.h"
 #include "sizes.h"
 #include "table.h"
@@ -17,6 +19,11 @@ namespace {
 struct Arguments {
     uint32_t disk = 0;
     bool isLong = false;
+};
+
+struct Contents {
+    std::vector<Partition> partitions;
+    std::vector<Region> freeRegions;
 };
 
 bool IsGpt(const Partition& partition)
@@ -44,24 +51,34 @@ std::string TypeText(const Partition& partition)
     return name.empty() ? TypeNumber(partition) : name;
 }
 
-void PrintJson(std::ostream& out, uint32_t disk, const std::vector<Partition>& partitions)
+nlohmann::ordered_json ToJson(const Partition& partition)
 {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const Partition& partition : partitions) {
-        list.push_back({{"number", partition.number},
-                        {"startOffset", partition.startOffset},
-                        {"length", partition.length},
-                        {"typeGuid", FormatGuid(partition.typeGuid)},
-                        {"mbrType", partition.mbrType},
-                        {"typeName", KnownTypeName(partition)},
-                        {"name", partition.name},
-                        {"driveLetter", partition.driveLetter},
-                        {"fileSystemSize", partition.fileSystemSize},
-                        {"fileSystemName", partition.fileSystemName},
-                        {"deviceName", partition.deviceName},
-                        {"volumePath", partition.volumePath}});
+    return {{"number", partition.number},
+            {"startOffset", partition.startOffset},
+            {"length", partition.length},
+            {"typeGuid", FormatGuid(partition.typeGuid)},
+            {"mbrType", partition.mbrType},
+            {"typeName", KnownTypeName(partition)},
+            {"name", partition.name},
+            {"driveLetter", partition.driveLetter},
+            {"fileSystemSize", partition.fileSystemSize},
+            {"fileSystemName", partition.fileSystemName},
+            {"deviceName", partition.deviceName},
+            {"volumePath", partition.volumePath}};
+}
+
+void PrintJson(std::ostream& out, uint32_t disk, const Contents& contents)
+{
+    auto partitions = nlohmann::ordered_json::array();
+    for (const Partition& partition : contents.partitions) {
+        partitions.push_back(ToJson(partition));
     }
-    out << nlohmann::ordered_json{{"disk", disk}, {"partitions", list}}.dump(2) << '\n';
+    auto freeRegions = nlohmann::ordered_json::array();
+    for (const Region& region : contents.freeRegions) {
+        freeRegions.push_back({{"startOffset", region.start}, {"length", region.length}});
+    }
+    const nlohmann::ordered_json document = {{"disk", disk}, {"partitions", partitions}, {"freeRegions", freeRegions}};
+    out << document.dump(2) << '\n';
 }
 
 void PrintTable(std::ostream& out, const std::vector<Partition>& partitions, bool isLong)
@@ -98,19 +115,51 @@ void PrintTable(std::ostream& out, const std::vector<Partition>& partitions, boo
     table.Print(out);
 }
 
+void PrintFreeRegions(std::ostream& out, const std::vector<Region>& regions)
+{
+    Table table({{"FREE FROM", Align::Right}, {"LENGTH", Align::Right}, {"SIZE", Align::Right}});
+    for (const Region& region : regions) {
+        table.AddRow({std::to_string(region.start), std::to_string(region.length), FormatSize(region.length)});
+    }
+    out << '\n';
+    table.Print(out);
+}
+
+/// A disk that the library leaves out of its list has no free regions that could be told.
+KK_STATUS Look(const Kit& kit, uint32_t diskNumber, Contents& contents)
+{
+    KK_STATUS status = ListPartitions(kit, diskNumber, contents.partitions);
+    if (status < 0) {
+        return status;
+    }
+    std::vector<Disk> disks;
+    status = ListDisks(kit, disks);
+    const auto disk = std::ranges::find(disks, diskNumber, &Disk::number);
+    if (disk != disks.end()) {
+        contents.freeRegions = FreeRegions(*disk, contents.partitions);
+    }
+    return status;
+}
+
 int ShowPartitions(Context& context, const Arguments& arguments)
 {
-    std::vector<Partition> partitions;
-    const KK_STATUS status = ListPartitions(context.OpenedKit(), arguments.disk, partitions);
+    Contents contents;
+    const KK_STATUS status = Look(context.OpenedKit(), arguments.disk, contents);
     if (status < 0) {
         return context.Fail("listing the partitions of disk " + std::to_string(arguments.disk), status);
     }
+    std::ostream& out = context.Out();
     if (context.json) {
-        PrintJson(context.Out(), arguments.disk, partitions);
-    } else if (partitions.empty()) {
-        context.Out() << "Disk " << arguments.disk << " has no partitions.\n";
+        PrintJson(out, arguments.disk, contents);
+        return kExitSuccess;
+    }
+    if (contents.partitions.empty()) {
+        out << "Disk " << arguments.disk << " has no partitions.\n";
     } else {
-        PrintTable(context.Out(), partitions, arguments.isLong);
+        PrintTable(out, contents.partitions, arguments.isLong);
+    }
+    if (!contents.freeRegions.empty()) {
+        PrintFreeRegions(out, contents.freeRegions);
     }
     return kExitSuccess;
 }
@@ -119,7 +168,8 @@ int ShowPartitions(Context& context, const Arguments& arguments)
 
 void AddPartitions(CLI::App& app, Context& context)
 {
-    CLI::App* const command = app.add_subcommand("partitions", "List one disk's partitions");
+    CLI::App* const command =
+        app.add_subcommand("partitions", "List one disk's partitions and the free regions between them");
     const auto arguments = std::make_shared<Arguments>();
     command->add_option("DISK", arguments->disk, "Number of the disk")->required()->type_name("");
     command->add_flag("--long,-l", arguments->isLong, "Show type numbers, file-system sizes and volume paths too");
