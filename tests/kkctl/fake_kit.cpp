@@ -3,6 +3,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "text.h"
+
 namespace {
 
 FakeLibrary* current = nullptr;
@@ -30,6 +32,69 @@ KK_STATUS KK_CALL ListPartitions(uint32_t disk, KkPartitionInfo* records, uint32
         Answer(current->partitions, records, capacity, count);
     }
     return current->partitionsStatus;
+}
+
+std::string ToText(uint64_t number)
+{
+    return std::to_string(number);
+}
+
+std::string ToText(const char16_t* text)
+{
+    return text != nullptr ? "'" + kkctl::ToUtf8(text) + "'" : "null";
+}
+
+template <typename... Arguments>
+KK_STATUS Edit(const std::string& function, Arguments... arguments)
+{
+    std::string list;
+    ((list += (list.empty() ? "" : ", ") + ToText(arguments)), ...);
+    current->edits.push_back(function + "(" + list + ")");
+    return current->editStatus;
+}
+
+KK_STATUS KK_CALL SetDriveLetter(uint32_t disk, uint64_t start, char16_t letter)
+{
+    return Edit("KkSetDriveLetter", disk, start, letter);
+}
+
+KK_STATUS KK_CALL AddMountPoint(uint32_t disk, uint64_t start, const char16_t* directory)
+{
+    return Edit("KkAddMountPoint", disk, start, directory);
+}
+
+KK_STATUS KK_CALL CreatePartition(uint32_t disk, uint64_t regionStart, uint64_t regionLength, uint64_t size,
+                                  uint64_t* start)
+{
+    *start = current->createdStart;
+    return Edit("KkCreatePartition", disk, regionStart, regionLength, size);
+}
+
+KK_STATUS KK_CALL DeletePartition(uint32_t disk, uint64_t start)
+{
+    return Edit("KkDeletePartition", disk, start);
+}
+
+KK_STATUS KK_CALL ExtendPartition(uint32_t disk, uint64_t start, uint64_t size)
+{
+    return Edit("KkExtendPartition", disk, start, size);
+}
+
+KK_STATUS KK_CALL ShrinkPartition(uint32_t disk, uint64_t start, uint64_t size)
+{
+    return Edit("KkShrinkPartition", disk, start, size);
+}
+
+KK_STATUS KK_CALL FormatPartition(int32_t disk, uint64_t start, const char16_t* fileSystem, const char16_t* label,
+                                  int32_t quick)
+{
+    return Edit("KkFormatPartition", static_cast<uint32_t>(disk), start, fileSystem, label,
+                static_cast<uint32_t>(quick));
+}
+
+KK_STATUS KK_CALL Reboot()
+{
+    return Edit("KkReboot");
 }
 
 KK_STATUS KK_CALL Backup(uint32_t disk, const char16_t* image, const uint32_t* numbers, uint32_t numberCount,
@@ -66,8 +131,18 @@ public:
     {
         exports_.listDisks = ListDisks;
         exports_.listPartitions = ListPartitions;
+        exports_.setDriveLetter = SetDriveLetter;
+        exports_.addMountPoint = AddMountPoint;
+        exports_.createPartition = CreatePartition;
+        exports_.deletePartition = DeletePartition;
+        exports_.extendPartition = ExtendPartition;
+        exports_.shrinkPartition = ShrinkPartition;
+        exports_.formatPartition = FormatPartition;
+        exports_.reboot = Reboot;
         exports_.backup = Backup;
     }
+
+    bool IsSimulated() const override { return current->isSimulated; }
 
     kkctl::WideString ToLibraryPath(const std::string& path) const override
     {
@@ -85,6 +160,14 @@ public:
 void SetText(void* field, std::u16string_view text)
 {
     std::memcpy(field, text.data(), text.size() * sizeof(char16_t));
+}
+
+KkPartitionInfo PartitionAt(uint64_t start, uint64_t length)
+{
+    KkPartitionInfo partition = {};
+    partition.startOffset = start;
+    partition.length = length;
+    return partition;
 }
 
 CommandLineTest::CommandLineTest()
@@ -105,12 +188,26 @@ int CommandLineTest::Run(const std::vector<std::string>& arguments)
         ++library.openCount;
         library.openedDisks = options.disks;
         library.openedDll = options.dll;
+        library.openedForWriting = options.writesDisks;
         if (options.dll == "broken.dll") {
             throw kkctl::KitError("cannot load broken.dll");
         }
         return std::make_unique<FakeKit>();
     };
-    const int exitCode = kkctl::RunCommandLine(arguments, {openKit, outStream, errStream, errorIsTerminal});
+    const auto readLine = [this]() -> std::optional<std::string> {
+        if (input.empty()) {
+            return std::nullopt;
+        }
+        const std::string line = input.front();
+        input.pop_front();
+        return line;
+    };
+    const int exitCode = kkctl::RunCommandLine(arguments, {.openKit = openKit,
+                                                           .readLine = readLine,
+                                                           .out = outStream,
+                                                           .err = errStream,
+                                                           .inputIsTerminal = inputIsTerminal,
+                                                           .errorIsTerminal = errorIsTerminal});
     out = outStream.str();
     err = errStream.str();
     return exitCode;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -29,19 +30,27 @@ struct FakeLibrary {
     std::vector<KkDiskInfo> disks;
     std::vector<KkPartitionInfo> partitions;
     KK_STATUS partitionsStatus = KK_STATUS_SUCCESS;
+    KK_STATUS editStatus = KK_STATUS_SUCCESS;  ///< of every call that changes a disk, a volume or the machine
+    uint64_t createdStart = 0;
+    bool isSimulated = true;
     KK_STATUS backupStatus = KK_STATUS_SUCCESS;
     std::optional<BackupResult> backupResult;  ///< none: the record stays untouched
     std::string createdFile;                   ///< a file that KkBackup makes, if any
 
     std::vector<uint32_t> listedDisks;
+    std::vector<std::string> edits;  ///< the calls above, "KkDeletePartition(0, 1048576)"
     std::vector<BackupCall> backups;
     std::vector<std::string> openedDisks;
     std::string openedDll;
+    bool openedForWriting = false;
     int openCount = 0;
 };
 
 /// Copies text into a field of a packed record, which may lie at an odd address, without a terminator.
 void SetText(void* field, std::u16string_view text);
+
+/// A partition without anything but a place.
+KkPartitionInfo PartitionAt(uint64_t start, uint64_t length);
 
 /// Runs command lines against the pretended library.
 class CommandLineTest : public testing::Test {
@@ -53,6 +62,8 @@ protected:
     int Run(const std::vector<std::string>& arguments);
 
     FakeLibrary library;
+    std::deque<std::string> input;  ///< lines of standard input that nobody has read yet
+    bool inputIsTerminal = false;
     bool errorIsTerminal = false;
     std::string out;
     std::string err;

@@ -3,15 +3,25 @@
 #include <CLI/CLI.hpp>
 
 #include "commands/backup.h"
+#include "commands/create.h"
+#include "commands/delete.h"
 #include "commands/disks.h"
+#include "commands/extend.h"
+#include "commands/format.h"
+#include "commands/letter.h"
+#include "commands/mountpoint.h"
 #include "commands/partitions.h"
+#include "commands/reboot.h"
+#include "commands/shrink.h"
 #include "host_options.h"
 
 namespace kkctl {
 
 namespace {
 
-constexpr void (*kCommands[])(CLI::App& app, Context& context) = {AddDisks, AddPartitions, AddBackup};
+constexpr void (*kCommands[])(CLI::App& app, Context& context) = {AddDisks,      AddPartitions, AddCreate, AddDelete,
+                                                                  AddExtend,     AddShrink,     AddFormat, AddLetter,
+                                                                  AddMountpoint, AddBackup,     AddReboot};
 
 void AddGlobalOptions(CLI::App& app, Context& context)
 {
@@ -58,7 +68,7 @@ int RunCommand(const Context& context)
 int RunCommandLine(const std::vector<std::string>& arguments, const Environment& environment)
 {
     Context context(environment);
-    CLI::App app("Backs up disks into VHDX images.", "kkctl");
+    CLI::App app("Lists, edits and backs up disks.", "kkctl");
     AddGlobalOptions(app, context);
     app.fallthrough();  // global options may stand behind the command too
     app.require_subcommand(1);

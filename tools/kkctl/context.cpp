@@ -12,6 +12,12 @@ Kit& Context::OpenedKit()
     return *kit_;
 }
 
+Kit& Context::OpenedKitForWriting()
+{
+    kitOptions.writesDisks = true;
+    return OpenedKit();
+}
+
 int Context::Fail(const std::string& what, KK_STATUS status) const
 {
     Err() << "kkctl: " << what << ": " << DescribeStatus(status) << '\n';

@@ -49,6 +49,7 @@ struct Exports {
 struct KitOptions {
     std::vector<std::string> disks;  ///< files that are disks 0, 1, ... of the simulated machine
     std::string dll;                 ///< the library's file; empty for the usual place
+    bool writesDisks = false;        ///< the command may change disks of the simulated machine
 };
 
 /// The library or its machine could not be made ready.
@@ -72,6 +73,9 @@ public:
     virtual ~Kit() = default;
 
     const Exports& Calls() const { return exports_; }
+
+    /// Whether the disks are files and the machine is not the one that the program runs on.
+    virtual bool IsSimulated() const = 0;
 
     /// Gives a user's file path the absolute form that the library needs, or throws PathError.
     virtual WideString ToLibraryPath(const std::string& path) const = 0;

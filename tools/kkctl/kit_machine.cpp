@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include <unistd.h>
+
 #include "counting_images.h"
 #include "machine/machine.h"
 #include "machine/pe_loader.h"
@@ -44,8 +46,9 @@ public:
         machine_.clock.SetTime(HostTime());
         machine_.random.SetProcessWideTable(true);
         for (const std::string& disk : options.disks) {
-            // Nothing here writes to a source disk, so a mistake cannot either.
-            machine_.AddDiskFile(disk, {.readOnly = true});
+            // A command that only reads disks cannot change one by mistake either.
+            const bool isWritable = options.writesDisks && access(disk.c_str(), W_OK) == 0;
+            machine_.AddDiskFile(disk, {.readOnly = !isWritable});
         }
         machine::InstallVirtualDiskService(machine_, std::make_shared<CountingImages>([this](uint64_t bytes) {
                                                imageBytesWritten_ += bytes;
@@ -54,6 +57,8 @@ public:
         machine::InstallSnapshotService(machine_);
         Load(options.dll.empty() ? DllOfThisBuild() : options.dll);
     }
+
+    bool IsSimulated() const override { return true; }
 
     WideString ToLibraryPath(const std::string& path) const override { return MachinePath(path); }
 

@@ -54,6 +54,8 @@ public:
         });
     }
 
+    bool IsSimulated() const override { return false; }
+
     WideString ToLibraryPath(const std::string& path) const override
     {
         const WideString full = FullPath(Wide(path));

@@ -6,6 +6,11 @@
 int main(int argc, char** argv)
 {
     const kkctl::Utf8Console console;
-    const kkctl::Environment environment = {kkctl::OpenKit, std::cout, std::cerr, kkctl::ErrorIsTerminal()};
+    const kkctl::Environment environment = {.openKit = kkctl::OpenKit,
+                                            .readLine = kkctl::ReadInputLine,
+                                            .out = std::cout,
+                                            .err = std::cerr,
+                                            .inputIsTerminal = kkctl::InputIsTerminal(),
+                                            .errorIsTerminal = kkctl::ErrorIsTerminal()};
     return kkctl::RunCommandLine(kkctl::ProgramArguments(argc, argv), environment);
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,11 @@ namespace kkctl {
 /// The program's arguments without its name, as UTF-8.
 std::vector<std::string> ProgramArguments(int argc, char** argv);
 
+bool InputIsTerminal();
 bool ErrorIsTerminal();
+
+/// One line of standard input as UTF-8, without its end; nothing when there are no more.
+std::optional<std::string> ReadInputLine();
 
 /// Makes a console show UTF-8 while the object lives.
 class Utf8Console {

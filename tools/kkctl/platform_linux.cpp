@@ -1,6 +1,7 @@
 #include "platform.h"
 
 #include <condition_variable>
+#include <iostream>
 #include <mutex>
 #include <stop_token>
 #include <thread>
@@ -14,9 +15,20 @@ std::vector<std::string> ProgramArguments(int argc, char** argv)
     return {argv + (argc > 0 ? 1 : 0), argv + argc};
 }
 
+bool InputIsTerminal()
+{
+    return isatty(STDIN_FILENO) != 0;
+}
+
 bool ErrorIsTerminal()
 {
     return isatty(STDERR_FILENO) != 0;
+}
+
+std::optional<std::string> ReadInputLine()
+{
+    std::string line;
+    return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
 }
 
 Utf8Console::Utf8Console() = default;

@@ -1,5 +1,8 @@
 #include "platform.h"
 
+#include <array>
+#include <iostream>
+
 #include <windows.h>
 
 #include <shellapi.h>
@@ -7,6 +10,35 @@
 #include "text.h"
 
 namespace kkctl {
+
+namespace {
+
+bool IsConsole(HANDLE handle)
+{
+    DWORD mode = 0;
+    return GetConsoleMode(handle, &mode) != 0;
+}
+
+std::optional<std::string> ReadConsoleLine(HANDLE console)
+{
+    constexpr wchar_t kEndOfInput = 0x1A;  // Ctrl+Z
+    WideString line;
+    while (!line.ends_with(L'\n')) {
+        std::array<wchar_t, 256> units = {};
+        DWORD count = 0;
+        if (!ReadConsoleW(console, units.data(), units.size(), &count, nullptr) || count == 0) {
+            return std::nullopt;
+        }
+        line.append(units.data(), count);
+    }
+    if (line.starts_with(kEndOfInput)) {
+        return std::nullopt;
+    }
+    line.erase(line.find_last_not_of(L"\r\n") + 1);
+    return ToUtf8(line);
+}
+
+}  // namespace
 
 std::vector<std::string> ProgramArguments(int, char**)
 {
@@ -20,10 +52,24 @@ std::vector<std::string> ProgramArguments(int, char**)
     return arguments;
 }
 
+bool InputIsTerminal()
+{
+    return IsConsole(GetStdHandle(STD_INPUT_HANDLE));
+}
+
 bool ErrorIsTerminal()
 {
-    DWORD mode = 0;
-    return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
+    return IsConsole(GetStdHandle(STD_ERROR_HANDLE));
+}
+
+std::optional<std::string> ReadInputLine()
+{
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    if (IsConsole(input)) {
+        return ReadConsoleLine(input);  // whose bytes have no characters outside the console's code page
+    }
+    std::string line;
+    return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
 }
 
 Utf8Console::Utf8Console() : previousCodePage_(GetConsoleOutputCP())

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "arguments.h"
 #include "backup_report.h"
 #include "context.h"
 #include "inventory.h"
@@ -129,7 +130,7 @@ int RunBackup(Context& context, const Arguments& arguments)
 
 void AddOptions(CLI::App& command, Arguments& arguments)
 {
-    command.add_option("DISK", arguments.disk, "Number of the disk")->required()->type_name("");
+    AddDiskArgument(command, arguments.disk);
     command.add_option("IMAGE", arguments.image, "The VHDX file to create; it must not exist")
         ->required()
         ->type_name("");

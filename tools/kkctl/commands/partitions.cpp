@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "arguments.h"
 #include "context.h"
 #include "free_regions.h"
 #include "inventory.h"
@@ -171,7 +172,7 @@ void AddPartitions(CLI::App& app, Context& context)
     CLI::App* const command =
         app.add_subcommand("partitions", "List one disk's partitions and the free regions between them");
     const auto arguments = std::make_shared<Arguments>();
-    command->add_option("DISK", arguments->disk, "Number of the disk")->required()->type_name("");
+    AddDiskArgument(*command, arguments->disk);
     command->add_flag("--long,-l", arguments->isLong, "Show type numbers, file-system sizes and volume paths too");
     command->callback([&context, arguments] {
         context.command = [&context, arguments] { return ShowPartitions(context, *arguments); };

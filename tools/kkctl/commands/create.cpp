@@ -1,0 +1,48 @@
+#include "create.h"
+
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "arguments.h"
+#include "context.h"
+#include "partition_report.h"
+
+namespace kkctl {
+
+namespace {
+
+struct Arguments {
+    uint32_t disk = 0;
+    uint64_t regionStart = 0;
+    uint64_t regionLength = 0;
+    uint64_t size = 0;  ///< 0: all the room
+};
+
+int RunCreate(Context& context, const Arguments& arguments)
+{
+    Place created = {arguments.disk, 0};
+    const KK_STATUS status = context.OpenedKitForWriting().Calls().createPartition(
+        arguments.disk, arguments.regionStart, arguments.regionLength, arguments.size, &created.start);
+    if (status < 0) {
+        return context.Fail("creating a partition on disk " + std::to_string(arguments.disk), status);
+    }
+    ReportPartition(context, "Created", created);
+    return kExitSuccess;
+}
+
+}  // namespace
+
+void AddCreate(CLI::App& app, Context& context)
+{
+    CLI::App* const command = app.add_subcommand("create", "Create a partition for data in a free region");
+    const auto arguments = std::make_shared<Arguments>();
+    AddDiskArgument(*command, arguments->disk);
+    AddBytesArgument(*command, "START", arguments->regionStart, "Where the free region starts, in bytes")->required();
+    AddBytesArgument(*command, "LENGTH", arguments->regionLength, "Length of the free region")->required();
+    AddBytesArgument(*command, "SIZE", arguments->size, "Wanted size (default: all the room, in whole MiB)");
+    command->callback(
+        [&context, arguments] { context.command = [&context, arguments] { return RunCreate(context, *arguments); }; });
+}
+
+}  // namespace kkctl

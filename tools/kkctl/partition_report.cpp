@@ -1,0 +1,26 @@
+#include "partition_report.h"
+
+#include <nlohmann/json.hpp>
+
+namespace kkctl {
+
+void ReportPartition(Context& context, const std::string& done, const Place& place)
+{
+    const std::optional<Partition> found = FindPartition(context.OpenedKit(), place);
+    if (!context.json) {
+        context.Out() << done << ' ' << DescribePlace(place, found) << '\n';
+        return;
+    }
+    const Partition partition = found.value_or(Partition());
+    const nlohmann::ordered_json document = {
+        {"disk", place.disk},
+        {"startOffset", place.start},
+        {"length", partition.length},
+        {"fileSystemName", partition.fileSystemName},
+        {"fileSystemSize", partition.fileSystemSize},
+        {"driveLetter", partition.driveLetter},
+    };
+    context.Out() << document.dump(2) << '\n';
+}
+
+}  // namespace kkctl
