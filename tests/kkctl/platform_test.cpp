@@ -1,6 +1,8 @@
 #include "platform.h"
 
 #include <atomic>
+#include <iostream>
+#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -35,6 +37,18 @@ TEST(TickerTest, EndsAtOnceHoweverLongItsPeriod)
         const Ticker ticker(std::chrono::hours(1), [] {});
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::minutes(1));
+}
+
+TEST(InputTest, LinesComeWithoutTheirEnds)
+{
+    std::istringstream lines("first\n\nlast");
+    std::streambuf* const before = std::cin.rdbuf(lines.rdbuf());
+
+    EXPECT_EQ(ReadInputLine(), "first");
+    EXPECT_EQ(ReadInputLine(), "");
+    EXPECT_EQ(ReadInputLine(), "last");
+    EXPECT_EQ(ReadInputLine(), std::nullopt);
+    std::cin.rdbuf(before);
 }
 
 TEST(ArgumentsTest, TheProgramsNameIsLeftOut)

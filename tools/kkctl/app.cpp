@@ -12,6 +12,7 @@
 #include "commands/mountpoint.h"
 #include "commands/partitions.h"
 #include "commands/reboot.h"
+#include "commands/shell.h"
 #include "commands/shrink.h"
 #include "host_options.h"
 
@@ -23,25 +24,23 @@ constexpr void (*kCommands[])(CLI::App& app, Context& context) = {AddDisks,     
                                                                   AddExtend,     AddShrink,     AddFormat, AddLetter,
                                                                   AddMountpoint, AddBackup,     AddReboot};
 
-void AddGlobalOptions(CLI::App& app, Context& context)
+void AddKitOptions(CLI::App& app, Context& context)
 {
-    app.add_flag("--json", context.json, "Print JSON instead of tables");
-    app.add_flag("--yes,-y", context.assumeYes, "Do not ask before a command that destroys data");
     app.add_option("--dll", context.kitOptions.dll, "The library to load instead of the one that came along")
         ->type_name("FILE");
     AddHostOptions(app, context.kitOptions);
 }
 
 /// Help is a parse that ended early, too.
-int ReportParse(const CLI::App& app, const CLI::ParseError& error, const Environment& environment)
+int ReportParse(const CLI::App& app, const CLI::ParseError& error, const Context& context)
 {
     const std::vector<std::string> unknown = app.remaining();
     if (app.get_subcommands().empty() && !unknown.empty() && error.get_exit_code() != 0) {
-        environment.err << "kkctl: there is no command or option " << unknown.front()
-                        << "\nRun with --help for more information.\n";
+        context.Err() << "kkctl: there is no command or option " << unknown.front()
+                      << "\nRun with --help for more information.\n";
         return kExitUsage;
     }
-    return app.exit(error, environment.out, environment.err) == 0 ? kExitSuccess : kExitUsage;
+    return app.exit(error, context.Out(), context.Err()) == 0 ? kExitSuccess : kExitUsage;
 }
 
 int RunCommand(const Context& context)
@@ -63,13 +62,11 @@ int RunCommand(const Context& context)
     }
 }
 
-}  // namespace
-
-int RunCommandLine(const std::vector<std::string>& arguments, const Environment& environment)
+/// What the command line and the lines of the shell have in common.
+void AddCommonParts(CLI::App& app, Context& context)
 {
-    Context context(environment);
-    CLI::App app("Lists, edits and backs up disks.", "kkctl");
-    AddGlobalOptions(app, context);
+    app.add_flag("--json", context.json, "Print JSON instead of tables");
+    app.add_flag("--yes,-y", context.assumeYes, "Do not ask before a command that destroys data");
     app.fallthrough();  // global options may stand behind the command too
     app.require_subcommand(1);
     app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
@@ -78,12 +75,36 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Environment&
     for (const auto addCommand : kCommands) {
         addCommand(app, context);
     }
+}
+
+int ParseAndRun(CLI::App& app, const std::vector<std::string>& arguments, const Context& context)
+{
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
-        return ReportParse(app, error, environment);
+        return ReportParse(app, error, context);
     }
     return RunCommand(context);
+}
+
+}  // namespace
+
+int RunCommandLine(const std::vector<std::string>& arguments, const Environment& environment)
+{
+    Context context(environment);
+    CLI::App app("Lists, edits and backs up disks.", "kkctl");
+    AddCommonParts(app, context);
+    AddKitOptions(app, context);
+    AddShell(app, context);
+    return ParseAndRun(app, arguments, context);
+}
+
+int RunShellLine(const std::vector<std::string>& arguments, Context& context)
+{
+    CLI::App app;
+    AddCommonParts(app, context);
+    app.footer("help [COMMAND] shows this or the options of a command; exit and quit end the shell.");
+    return ParseAndRun(app, arguments, context);
 }
 
 }  // namespace kkctl

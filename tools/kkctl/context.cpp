@@ -18,6 +18,13 @@ Kit& Context::OpenedKitForWriting()
     return OpenedKit();
 }
 
+Context Context::ForShellLine() const
+{
+    Context line = *this;
+    line.command = nullptr;
+    return line;
+}
+
 int Context::Fail(const std::string& what, KK_STATUS status) const
 {
     Err() << "kkctl: " << what << ": " << DescribeStatus(status) << '\n';

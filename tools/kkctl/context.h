@@ -33,6 +33,9 @@ public:
     /// The same for a command that writes to disks.
     Kit& OpenedKitForWriting();
 
+    /// For one line of the shell: the library that is loaded and the options of the command line, to be added to.
+    Context ForShellLine() const;
+
     std::optional<std::string> ReadLine() const { return environment_.readLine(); }
     std::ostream& Out() const { return environment_.out; }
     std::ostream& Err() const { return environment_.err; }
@@ -51,7 +54,7 @@ public:
 
 private:
     Environment environment_;
-    std::unique_ptr<Kit> kit_;
+    std::shared_ptr<Kit> kit_;
 };
 
 }  // namespace kkctl

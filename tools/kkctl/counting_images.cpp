@@ -35,6 +35,7 @@ uint32_t CountingImages::Open(const std::filesystem::path& file, machine::Opened
 {
     const uint32_t error = images_.Open(file, disk);
     if (error == machine::kErrorSuccess) {
+        opened_();
         disk.storage = std::make_unique<CountingStorage>(std::move(disk.storage), wrote_);
     }
     return error;

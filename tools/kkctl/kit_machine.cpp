@@ -1,5 +1,6 @@
 #include "kit.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -43,17 +44,19 @@ public:
             [](const std::string& breach) { std::cerr << "kkctl: machine: " << breach << '\n'; });
         machine_.journal.SetRecording(false);
         machine_.heap.SetFast(true);
-        machine_.clock.SetTime(HostTime());
+        FollowHostTime();
         machine_.random.SetProcessWideTable(true);
         for (const std::string& disk : options.disks) {
             // A command that only reads disks cannot change one by mistake either.
             const bool isWritable = options.writesDisks && access(disk.c_str(), W_OK) == 0;
             machine_.AddDiskFile(disk, {.readOnly = !isWritable});
         }
-        machine::InstallVirtualDiskService(machine_, std::make_shared<CountingImages>([this](uint64_t bytes) {
-                                               imageBytesWritten_ += bytes;
-                                               machine_.clock.SetTime(HostTime());
-                                           }));
+        machine::InstallVirtualDiskService(machine_,
+                                           std::make_shared<CountingImages>([this] { imageBytesWritten_ = 0; },
+                                                                            [this](uint64_t bytes) {
+                                                                                imageBytesWritten_ += bytes;
+                                                                                FollowHostTime();
+                                                                            }));
         machine::InstallSnapshotService(machine_);
         Load(options.dll.empty() ? DllOfThisBuild() : options.dll);
     }
@@ -65,6 +68,9 @@ public:
     uint64_t ImageBytesWritten(const std::string&) const override { return imageBytesWritten_; }
 
 private:
+    /// Never back: waits move the machine's clock ahead of the host's.
+    void FollowHostTime() { machine_.clock.SetTime(std::max(HostTime(), machine_.clock.Now())); }
+
     void Load(const std::string& file)
     {
         dll_ = std::make_unique<machine::LoadedDll>(file);
