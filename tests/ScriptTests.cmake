@@ -20,6 +20,8 @@ kk_add_script_test(dll.by_gcc ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.
 
 kk_add_script_test(kkctl.on_the_machine ${Python3_EXECUTABLE} ${root}/tests/kkctl/kkctl_test.py
     $<TARGET_FILE:kkctl>)
+kk_add_script_test(kkctl.edits_on_the_machine ${Python3_EXECUTABLE} ${root}/tests/kkctl/edit_test.py
+    $<TARGET_FILE:kkctl>)
 kk_add_script_test(kkctl.under_wine ${Python3_EXECUTABLE} ${root}/tests/kkctl/wine_test.py ${dll_folder}/kkctl.exe)
 kk_add_script_test(interop.others_judge_the_images ${Python3_EXECUTABLE} ${root}/tests/interop/interop_test.py
     $<TARGET_FILE:kkctl>)

@@ -1,89 +1,32 @@
 #!/usr/bin/env python3
-"""Runs kkctl for the simulated machine on real disk files.
+"""Runs kkctl for the simulated machine on real disk files: lists and backs up.
 
 Usage: kkctl_test.py KKCTL [DLL]
 """
 
-import hashlib
 import json
 import os
 import pty
-import shutil
+import re
 import subprocess
-import sys
-import tempfile
-import unittest
 
-KKCTL = ""
-GLOBAL_OPTIONS = []
-MIB = 1 << 20
-EFI_START, EFI_LENGTH = 1 * MIB, 4 * MIB
-NTFS_START, NTFS_LENGTH = 8 * MIB, 40 * MIB
-DISK_SIZE = 64 * MIB
-BASIC_DATA = "ebd0a0a2-b9e5-4433-87c0-68b6b72699c7"
+import machine_case
+from machine_case import (BASIC_DATA, DISK_SIZE, EFI_LENGTH, EFI_START, MIB, NTFS_LENGTH, NTFS_START, MachineCase,
+                          make_empty_file, make_gpt_disk, make_mbr_disk, read_range, run_tool, sha256)
 
 
-def run_tool(*command, stdin=None):
-    subprocess.run(command, check=True, input=stdin, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-
-
-def sha256(path):
-    with open(path, "rb") as file:
-        return hashlib.sha256(file.read()).hexdigest()
-
-
-def read_range(path, start, length):
-    with open(path, "rb") as file:
-        file.seek(start)
-        return file.read(length)
-
-
-def make_gpt_disk(path):
-    """An EFI partition with a pattern in it and an NTFS volume with a file's worth of data."""
-    with open(path, "wb") as file:
-        file.truncate(DISK_SIZE)
-    run_tool("sgdisk", "-n", "1:2048:+4M", "-t", "1:EF00", "-c", "1:EFI system",
-             "-n", "2:16384:+40M", "-t", "2:0700", "-c", "2:Dat\u00e4n", path)
-    volume = path + ".ntfs"
-    with open(volume, "wb") as file:
-        file.truncate(NTFS_LENGTH)
-    run_tool("mkntfs", "-F", "-Q", "-q", "-p", str(NTFS_START // 512), "-H", "16", "-S", "63", volume)
-    payload = path + ".payload"
-    with open(payload, "wb") as file:
-        file.write(bytes(i * 37 % 251 for i in range(MIB)))
-    run_tool("ntfscp", "-f", volume, payload, "file.bin")
-    with open(path, "r+b") as disk, open(volume, "rb") as file:
-        disk.seek(EFI_START)
-        disk.write(b"pattern!" * (EFI_LENGTH // 8))
-        disk.seek(NTFS_START)
-        disk.write(file.read())
-    os.remove(volume)
-    os.remove(payload)
-
-
-def make_mbr_disk(path):
-    with open(path, "wb") as file:
-        file.truncate(DISK_SIZE)
-    table = "label: dos\nstart=2048,size=4096,type=c\nstart=8192,size=40960,type=5\nstart=10240,size=8192,type=7\n"
-    run_tool("sfdisk", path, stdin=table.encode())
-
-
-class KkctlTest(unittest.TestCase):
+class KkctlTest(MachineCase):
     @classmethod
     def setUpClass(cls):
-        cls.folder = tempfile.mkdtemp(prefix="kkctl_test_")
+        super().setUpClass()
         cls.gpt = os.path.join(cls.folder, "gpt.raw")
         cls.mbr = os.path.join(cls.folder, "mbr.raw")
         cls.blank = os.path.join(cls.folder, "blank.raw")
         make_gpt_disk(cls.gpt)
         make_mbr_disk(cls.mbr)
-        with open(cls.blank, "wb") as file:
-            file.truncate(4 * MIB)
-        cls.hashes = {path: sha256(path) for path in (cls.gpt, cls.mbr, cls.blank)}
-
-    @classmethod
-    def tearDownClass(cls):
-        shutil.rmtree(cls.folder)
+        make_empty_file(cls.blank, 4 * MIB)
+        cls.disks = [cls.gpt, cls.mbr, cls.blank]
+        cls.hashes = {path: sha256(path) for path in cls.disks}
 
     def setUp(self):
         self.image = os.path.join(self.folder, self._testMethodName + ".vhdx")
@@ -91,17 +34,6 @@ class KkctlTest(unittest.TestCase):
     def tearDown(self):
         for path, digest in self.hashes.items():
             self.assertEqual(sha256(path), digest, path + " was changed")
-
-    def run_kkctl(self, *arguments, expect=0, disks=None, **options):
-        disk_options = []
-        for disk in [self.gpt, self.mbr, self.blank] if disks is None else disks:
-            disk_options += ["--disk", disk]
-        result = subprocess.run([KKCTL, *GLOBAL_OPTIONS, *disk_options, *arguments], capture_output=True, text=True,
-                                stdin=subprocess.DEVNULL, **options)
-        self.assertEqual(result.returncode, expect, result.stdout + result.stderr)
-        if expect == 0:
-            self.assertEqual(result.stderr, "")
-        return result
 
     def raw_copy_of(self, image):
         raw = image + ".raw"
@@ -252,12 +184,13 @@ class KkctlTest(unittest.TestCase):
 
     # Progress
 
-    def test_progress_is_shown_on_a_terminal_only(self):
-        command = [KKCTL, *GLOBAL_OPTIONS, "--disk", self.gpt, "backup", "0", self.image]
+    def shown_on_terminal(self, *arguments, stdin=b""):
         terminal, program_side = pty.openpty()
-        with subprocess.Popen(command, stdout=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
+        with subprocess.Popen(self.command_line(*arguments), stdout=subprocess.DEVNULL, stdin=subprocess.PIPE,
                               stderr=program_side) as process:
             os.close(program_side)
+            process.stdin.write(stdin)
+            process.stdin.close()
             shown = b""
             try:
                 while chunk := os.read(terminal, 4096):
@@ -265,9 +198,19 @@ class KkctlTest(unittest.TestCase):
             except OSError:  # the program's side was closed
                 pass
         os.close(terminal)
-        self.assertEqual(process.returncode, 0)
-        self.assertRegex(shown.decode(), r"of 44\.0 MiB \(\d+ %\)")
-        self.assertTrue(shown.endswith(b" \r"), shown[-80:])
+        self.assertEqual(process.returncode, 0, shown)
+        return shown.decode()
+
+    def test_progress_is_shown_on_a_terminal_only(self):
+        shown = self.shown_on_terminal("backup", "0", self.image)
+        self.assertRegex(shown, r"of 44\.0 MiB \(\d+ %\)")
+        self.assertTrue(shown.endswith(" \r"), shown[-80:])
+
+    def test_progress_of_a_second_backup_begins_anew(self):
+        script = f"backup 0 {self.image}\nbackup 1 {self.image}.2.vhdx\n"
+        shown = self.shown_on_terminal("shell", stdin=script.encode())
+        first, second = (re.findall(r"([\d.]+ \w+) of " + total, shown) for total in (r"44\.0 MiB", r"6\.0 MiB"))
+        self.assertEqual((first[0], second[0]), ("0 B", "0 B"))
 
     # Usage
 
@@ -278,12 +221,9 @@ class KkctlTest(unittest.TestCase):
         self.run_kkctl("disks", disks=["/no/such/file"], expect=2)
 
     def test_a_missing_library_is_a_failure(self):
-        result = subprocess.run([KKCTL, "--dll", "/no/such.dll", "disks"], capture_output=True, text=True)
-        self.assertEqual(result.returncode, 1)
+        result = self.run_kkctl("--dll", "/no/such.dll", "disks", expect=1)
         self.assertIn("/no/such.dll", result.stderr)
 
 
 if __name__ == "__main__":
-    KKCTL = os.path.abspath(sys.argv[1])
-    GLOBAL_OPTIONS = ["--dll", os.path.abspath(sys.argv[2])] if len(sys.argv) > 2 else []
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    machine_case.main()

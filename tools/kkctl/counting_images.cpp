@@ -1,6 +1,39 @@
 #include "counting_images.h"
 
+#include <mutex>
+
 namespace kkctl {
+
+class CountingImages::Counter {
+public:
+    explicit Counter(std::function<void()> wrote) : wrote_(std::move(wrote)) {}
+
+    void Restart(const std::filesystem::path& file)
+    {
+        const std::lock_guard lock(mutex_);
+        file_ = file;
+        bytes_ = 0;
+    }
+
+    void Count(uint64_t bytes)
+    {
+        wrote_();
+        const std::lock_guard lock(mutex_);
+        bytes_ += bytes;
+    }
+
+    uint64_t Bytes(const std::filesystem::path& file) const
+    {
+        const std::lock_guard lock(mutex_);
+        return file == file_ ? bytes_ : 0;
+    }
+
+private:
+    std::function<void()> wrote_;
+    mutable std::mutex mutex_;
+    std::filesystem::path file_;
+    uint64_t bytes_ = 0;
+};
 
 namespace {
 
@@ -31,14 +64,24 @@ private:
 
 }  // namespace
 
+CountingImages::CountingImages(std::function<void()> wrote) : counter_(std::make_shared<Counter>(std::move(wrote))) {}
+
+CountingImages::~CountingImages() = default;
+
 uint32_t CountingImages::Open(const std::filesystem::path& file, machine::OpenedImage& disk)
 {
     const uint32_t error = images_.Open(file, disk);
     if (error == machine::kErrorSuccess) {
-        opened_();
-        disk.storage = std::make_unique<CountingStorage>(std::move(disk.storage), wrote_);
+        counter_->Restart(file);
+        disk.storage = std::make_unique<CountingStorage>(
+            std::move(disk.storage), [counter = counter_](uint64_t bytes) { counter->Count(bytes); });
     }
     return error;
+}
+
+uint64_t CountingImages::BytesWritten(const std::filesystem::path& file) const
+{
+    return counter_->Bytes(file);
 }
 
 }  // namespace kkctl

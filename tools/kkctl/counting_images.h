@@ -1,28 +1,31 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
+#include <memory>
 
 #include "machine/qemu_virtual_disks.h"
 
 namespace kkctl {
 
-/// Real VHDX files whose writes are made known as they happen.
+/// Real VHDX files whose writes are counted as they happen.
 class CountingImages final : public machine::VirtualDiskBackEnd {
 public:
-    /// `opened` hears of every image before anything is written to it, `wrote` of the bytes of every write; both on the
-    /// thread that does it.
-    CountingImages(std::function<void()> opened, std::function<void(uint64_t bytes)> wrote)
-        : opened_(std::move(opened)), wrote_(std::move(wrote))
-    {
-    }
+    /// `wrote` hears of every write, on the thread that writes.
+    explicit CountingImages(std::function<void()> wrote);
+    ~CountingImages() override;
 
     uint32_t Create(const machine::NewImage& image) override { return images_.Create(image); }
     uint32_t Open(const std::filesystem::path& file, machine::OpenedImage& disk) override;
 
+    /// Bytes written into the file since it was opened; 0 for any file but the one opened last. For any thread.
+    uint64_t BytesWritten(const std::filesystem::path& file) const;
+
 private:
+    class Counter;
+
     machine::QemuVirtualDisks images_;
-    std::function<void()> opened_;
-    std::function<void(uint64_t bytes)> wrote_;
+    std::shared_ptr<Counter> counter_;  // shared with the disks, which may go later
 };
 
 }  // namespace kkctl

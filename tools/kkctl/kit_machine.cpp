@@ -1,7 +1,6 @@
 #include "kit.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -51,12 +50,7 @@ public:
             const bool isWritable = options.writesDisks && access(disk.c_str(), W_OK) == 0;
             machine_.AddDiskFile(disk, {.readOnly = !isWritable});
         }
-        machine::InstallVirtualDiskService(machine_,
-                                           std::make_shared<CountingImages>([this] { imageBytesWritten_ = 0; },
-                                                                            [this](uint64_t bytes) {
-                                                                                imageBytesWritten_ += bytes;
-                                                                                FollowHostTime();
-                                                                            }));
+        machine::InstallVirtualDiskService(machine_, images_);
         machine::InstallSnapshotService(machine_);
         Load(options.dll.empty() ? DllOfThisBuild() : options.dll);
     }
@@ -65,7 +59,10 @@ public:
 
     WideString ToLibraryPath(const std::string& path) const override { return MachinePath(path); }
 
-    uint64_t ImageBytesWritten(const std::string&) const override { return imageBytesWritten_; }
+    uint64_t ImageBytesWritten(const std::string& path) const override
+    {
+        return images_->BytesWritten(std::filesystem::absolute(path).lexically_normal());
+    }
 
 private:
     /// Never back: waits move the machine's clock ahead of the host's.
@@ -82,8 +79,8 @@ private:
         });
     }
 
-    std::atomic<uint64_t> imageBytesWritten_ = 0;  // read by the thread that shows progress
     machine::Machine machine_;
+    std::shared_ptr<CountingImages> images_ = std::make_shared<CountingImages>([this] { FollowHostTime(); });
     std::unique_ptr<machine::LoadedDll> dll_;
 };
 

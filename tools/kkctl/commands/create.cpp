@@ -41,6 +41,9 @@ void AddCreate(CLI::App& app, Context& context)
     AddBytesArgument(*command, "START", arguments->regionStart, "Where the free region starts, in bytes")->required();
     AddBytesArgument(*command, "LENGTH", arguments->regionLength, "Length of the free region")->required();
     AddBytesArgument(*command, "SIZE", arguments->size, "Wanted size (default: all the room, in whole MiB)");
+    command->footer(
+        "The command partitions shows the free regions. On an MBR disk, do not choose one that lies within an\n"
+        "extended partition: the library does not see those, and the new partition would overlap it.");
     command->callback(
         [&context, arguments] { context.command = [&context, arguments] { return RunCreate(context, *arguments); }; });
 }

@@ -38,6 +38,8 @@ void AddExtend(CLI::App& app, Context& context)
     const auto arguments = std::make_shared<Arguments>();
     AddPlaceArguments(*command, arguments->place);
     AddBytesArgument(*command, "SIZE", arguments->size, "The whole new size (default: all the room behind it)");
+    command->footer(
+        "On an MBR disk, name a size where an extended partition lies near: the library does not see those.");
     command->callback(
         [&context, arguments] { context.command = [&context, arguments] { return RunExtend(context, *arguments); }; });
 }
