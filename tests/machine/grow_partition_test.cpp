@@ -191,7 +191,7 @@ TEST_F(GrowPartitionTest, WhatMakesNoSenseIsRefusedAndChangesNothing)
 
     EXPECT_EQ(Grow(1, 11 * kMiB), kSuccess);
     EXPECT_EQ(Grow(2, usableRoom), kSuccess);
-    EXPECT_EQ(ComplaintAboutMbr(Exported()), "");
+    EXPECT_EQ(ComplaintAboutGpt(Exported()), "");
 }
 
 TEST_F(GrowPartitionTest, TheUsableEndIsTheOneThatTheHeaderNames)
