@@ -53,7 +53,7 @@ private:
             Step();
             // A table that was not written is the one that was judged before.
             if (!written.empty()) {
-                EXPECT_EQ(ComplaintAboutTable(TheDisk(), kind), "");
+                EXPECT_EQ(ComplaintAboutTable(TheDisk(), kind), "") << testing::PrintToString(model->Partitions());
             }
             ExpectTheDiskToBeAsTheModelSays();
             if (step % kStepsBetweenLooksAtFileSystems == 0 || step == steps) {
