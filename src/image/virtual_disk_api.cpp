@@ -6,32 +6,59 @@ namespace kk {
 
 namespace {
 
-constexpr EntryPoint kEntries[] = {
+constexpr EntryPoint kCreateEntries[] = {
     {"CreateVirtualDisk", offsetof(VirtdiskCreateApi, createVirtualDisk), true},
     {"AttachVirtualDisk", offsetof(VirtdiskCreateApi, attachVirtualDisk), true},
     {"DetachVirtualDisk", offsetof(VirtdiskCreateApi, detachVirtualDisk), true},
     {"GetVirtualDiskPhysicalPath", offsetof(VirtdiskCreateApi, getVirtualDiskPhysicalPath), true},
 };
-static_assert(sizeof(kEntries) / sizeof(kEntries[0]) == offsetof(VirtdiskCreateApi, tried) / sizeof(void*));
+static_assert(sizeof(kCreateEntries) / sizeof(kCreateEntries[0]) == offsetof(VirtdiskCreateApi, tried) / sizeof(void*));
 
-constexpr LibraryBinding kLibrary = {u"virtdisk.dll", kEntries};
+constexpr EntryPoint kImageEntries[] = {
+    {"OpenVirtualDisk", offsetof(VirtdiskImageApi, openVirtualDisk), true},
+    {"AttachVirtualDisk", offsetof(VirtdiskImageApi, attachVirtualDisk), true},
+    {"DetachVirtualDisk", offsetof(VirtdiskImageApi, detachVirtualDisk), true},
+    {"GetVirtualDiskPhysicalPath", offsetof(VirtdiskImageApi, getVirtualDiskPhysicalPath), true},
+    {"GetStorageDependencyInformation", offsetof(VirtdiskImageApi, getStorageDependencyInformation), false},
+    {"CreateVirtualDisk", offsetof(VirtdiskImageApi, createVirtualDisk), false},
+};
+static_assert(sizeof(kImageEntries) / sizeof(kImageEntries[0]) == offsetof(VirtdiskImageApi, tried) / sizeof(void*));
 
-constinit VirtdiskCreateApi gApi = {};
+constexpr char16_t kLibraryName[] = u"virtdisk.dll";
+constexpr LibraryBinding kCreateLibrary = {kLibraryName, kCreateEntries};
+constexpr LibraryBinding kImageLibrary = {kLibraryName, kImageEntries};
+
+constinit VirtdiskCreateApi gCreateApi = {};
+constinit VirtdiskImageApi gImageApi = {};
 
 }  // namespace
 
 const VirtdiskCreateApi& GetVirtdiskCreateApi()
 {
-    return gApi;
+    return gCreateApi;
+}
+
+const VirtdiskImageApi& GetVirtdiskImageApi()
+{
+    return gImageApi;
 }
 
 bool BindVirtdiskCreate()
 {
-    if (gApi.tried != 0) {
-        return gApi.createVirtualDisk != nullptr;
+    if (gCreateApi.tried != 0) {
+        return gCreateApi.createVirtualDisk != nullptr;
     }
-    gApi.tried = 1;
-    return BindLibrary(kLibrary, &gApi) == Binding::Complete;
+    gCreateApi.tried = 1;
+    return BindLibrary(kCreateLibrary, &gCreateApi) == Binding::Complete;
+}
+
+bool BindVirtdiskImage()
+{
+    if (gImageApi.tried == 0) {
+        gImageApi.tried = 1;
+        gImageApi.usable = BindLibrary(kImageLibrary, &gImageApi) == Binding::Complete ? 1 : 0;
+    }
+    return gImageApi.usable != 0;
 }
 
 }  // namespace kk
