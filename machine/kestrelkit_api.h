@@ -21,6 +21,17 @@ struct KestrelkitApi {
     decltype(&KkFormatPartition) formatPartition;
     decltype(&KkReboot) reboot;
     decltype(&KkBackup) backup;
+    decltype(&KkInspectImage) inspectImage;
+    decltype(&KkMountImage) mountImage;
+    decltype(&KkUnmountImage) unmountImage;
+    decltype(&KkQueryDiskImage) queryDiskImage;
+    decltype(&KkRestorePartitions) restorePartitions;
+    decltype(&KkRestoreToFreeSpace) restoreToFreeSpace;
+    decltype(&KkRestoreToVolume) restoreToVolume;
+    decltype(&KkCloneVolume) cloneVolume;
+    decltype(&KkMountImageOverlay) mountImageOverlay;
+    decltype(&KkDiscardOverlay) discardOverlay;
+    decltype(&KkRecoverShrinkToFit) recoverShrinkToFit;
 };
 
 /// The table of a loaded DLL, which must outlive it. Throws std::runtime_error when an export is missing.
@@ -44,6 +55,17 @@ inline KestrelkitApi ApiFromDll(const LoadedDll& dll)
     fill(api.formatPartition, "KkFormatPartition");
     fill(api.reboot, "KkReboot");
     fill(api.backup, "KkBackup");
+    fill(api.inspectImage, "KkInspectImage");
+    fill(api.mountImage, "KkMountImage");
+    fill(api.unmountImage, "KkUnmountImage");
+    fill(api.queryDiskImage, "KkQueryDiskImage");
+    fill(api.restorePartitions, "KkRestorePartitions");
+    fill(api.restoreToFreeSpace, "KkRestoreToFreeSpace");
+    fill(api.restoreToVolume, "KkRestoreToVolume");
+    fill(api.cloneVolume, "KkCloneVolume");
+    fill(api.mountImageOverlay, "KkMountImageOverlay");
+    fill(api.discardOverlay, "KkDiscardOverlay");
+    fill(api.recoverShrinkToFit, "KkRecoverShrinkToFit");
     return api;
 }
 

@@ -85,10 +85,12 @@ typedef int32_t KK_STATUS;
 #define KK_STATUS_DISK_FULL ((KK_STATUS)0xC000007F)
 /** The operation does not apply, for example a backup of a disk that has no partition table. */
 #define KK_STATUS_NOT_SUPPORTED ((KK_STATUS)0xC00000BB)
-/** A partition table is damaged: its signature is missing, or it says what no table can. */
+/** A partition table or an image is damaged or none at all: a signature is missing, or it says what it cannot. */
 #define KK_STATUS_REGISTRY_CORRUPT ((KK_STATUS)0xC000014C)
 /** A system library or one of its entry points, needed for this call, is missing. */
 #define KK_STATUS_NOT_FOUND ((KK_STATUS)0xC0000225)
+/** The virtual-disk service did not open a file, for whatever reason. */
+#define KK_E_FILE_NOT_FOUND ((KK_STATUS)0x80070002)
 /** The system refused a mount point, for whatever reason: the letter is taken, the folder is missing or not empty... */
 #define KK_E_ACCESSDENIED ((KK_STATUS)0x80070005)
 
@@ -140,12 +142,33 @@ typedef struct BackupResult {
     uint32_t reserved44;              /**< 0 */
 } BackupResult;
 
+/** What an image holds. */
+typedef struct ImageInfoRecord {
+    uint64_t virtualSize;       /**< bytes of the disk that the image shows */
+    uint32_t logicalSectorSize; /**< bytes in a logical sector of that disk */
+    uint32_t blockSize;         /**< bytes in which the image file takes room for data */
+    uint8_t diskGuid[16];       /**< of the GPT, in its on-disk byte order; zero on MBR disks */
+    uint32_t partitionCount;    /**< as KkInspectImage counts */
+    uint32_t partitionStyle;    /**< KK_PARTITION_STYLE_MBR or KK_PARTITION_STYLE_GPT */
+} ImageInfoRecord;
+
+/** One partition in an image. */
+typedef struct ImagePartitionRecord {
+    uint32_t number;      /**< slot in the image's table, from 1; not KkPartitionInfo::number */
+    uint64_t offset;      /**< bytes from the start of the image's disk, as the table says, which may be nonsense */
+    uint64_t length;      /**< bytes, likewise */
+    uint8_t typeGuid[16]; /**< GPT partition type in its on-disk byte order; zero on MBR disks */
+    KkWideChar name[36];  /**< GPT: name as the table holds it, not terminated when all 36 are used; MBR: a label */
+} ImagePartitionRecord;
+
 #pragma pack(pop)
 
 KK_STATIC_ASSERT(sizeof(KkWideChar) == 2, "wide text is UTF-16");
 KK_STATIC_ASSERT(sizeof(KkDiskInfo) == 32, "KkDiskInfo is part of the binary interface");
 KK_STATIC_ASSERT(sizeof(KkPartitionInfo) == 373, "KkPartitionInfo is part of the binary interface");
 KK_STATIC_ASSERT(sizeof(BackupResult) == 48, "BackupResult is part of the binary interface");
+KK_STATIC_ASSERT(sizeof(ImageInfoRecord) == 40, "ImageInfoRecord is part of the binary interface");
+KK_STATIC_ASSERT(sizeof(ImagePartitionRecord) == 108, "ImagePartitionRecord is part of the binary interface");
 
 /**
  * Lists the physical disks with numbers 0 to 31 in rising order. Numbers need not be contiguous. A disk that cannot
@@ -417,6 +440,264 @@ KK_API KK_STATUS KK_CALL KkBackup(uint32_t diskNumber, const KkWideChar* imagePa
                                   uint32_t partitionCount, uint32_t usedBlocksOnly, uint32_t omitRemove,
                                   uint32_t useSnapshots, const char* backupSetId, uint32_t setDiskIndex,
                                   uint32_t setDiskCount, uint32_t compact, BackupResult* result);
+
+/**
+ * Tells what an image holds, reading the VHDX file directly: the virtual-disk service is not asked, and no elevated
+ * process is needed.
+ *
+ * Images are read as they lie in the file (here and in all calls that restore): checksums are not verified, a log is
+ * not replayed, a differencing image is read without its parent, and blocks that are not wholly present read as zeros.
+ * So do not use images that are attached for writing or were not detached in order; the system refuses to open the
+ * former.
+ *
+ * The partitions come from the image's GPT; if it has none that can be read, from its MBR, without the logical drives
+ * of an extended partition, which is itself listed. MBR partitions are labelled by their type: "NTFS / exFAT",
+ * "Type 0x05"... A GPT that says it has no entries, more than 4096, or entries below 128 bytes is a GPT without
+ * partitions.
+ *
+ * Call once with `partitions` null for the number of partitions, then again with that many records.
+ *
+ * @param imagePath   a VHDX file, growing or fixed
+ * @param info        out, optional; untouched on failure
+ * @param partitions  out, optional: receives at most `capacity` records in table order; untouched on failure
+ * @param capacity    room in `partitions`, in records; 0 only counts
+ * @param count       out, optional: the number of partitions, also when it exceeds `capacity`; 0 on failure
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null
+ * - KK_STATUS_REGISTRY_CORRUPT: the file is no VHDX, or a damaged one, or its disk has neither a GPT nor an MBR with a
+ *   used entry
+ * - KK_STATUS_UNSUCCESSFUL: memory ran out (not KK_STATUS_NO_MEMORY)
+ * - KK_STATUS_NO_MEMORY: memory ran out while opening the file
+ * - KK_STATUS_END_OF_FILE: the file ends where data should be
+ * - the system's status from opening or reading the file
+ */
+KK_API KK_STATUS KK_CALL KkInspectImage(const KkWideChar* imagePath, ImageInfoRecord* info,
+                                        ImagePartitionRecord* partitions, uint32_t capacity, uint32_t* count);
+
+/**
+ * Attaches an image as a disk, for reading and writing: what is written to the disk changes the image. The system may
+ * give the disk's volumes drive letters; they may arrive a little later. The disk stays until KkUnmountImage or a
+ * restart of the machine, also when this process ends.
+ *
+ * @param imagePath   any image that the service knows
+ * @param diskNumber  out, optional: N of \\.\PhysicalDriveN; untouched on failure, and when the system's name of the
+ *                    disk does not end in a number
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service; tested before the arguments
+ * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null
+ * - KK_E_FILE_NOT_FOUND: the service did not open the image, whatever the reason: it is missing, no image, in use,
+ *   attached already...
+ * - 0x8007xxxx with the low 16 bits of the service's error: the disk was not attached, or its name could not be learnt
+ *   and it may be attached all the same
+ */
+KK_API KK_STATUS KK_CALL KkMountImage(const KkWideChar* imagePath, uint32_t* diskNumber);
+
+/**
+ * Detaches the disk that shows an image, without asking whether its volumes are in use.
+ *
+ * @param imagePath  the image, as when it was mounted
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service; tested before the arguments
+ * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null
+ * - KK_E_FILE_NOT_FOUND: the service did not open the image, whatever the reason
+ * - 0x8007xxxx with the low 16 bits of the service's error: the disk was not detached, for example because there is
+ *   none
+ */
+KK_API KK_STATUS KK_CALL KkUnmountImage(const KkWideChar* imagePath);
+
+/**
+ * Asks whether a disk is an attached image, and which file is behind it. Whatever cannot be learnt makes the disk none:
+ * there is no such disk, no virtual-disk service, no memory...
+ *
+ * The path is the volume of the file and its path there, joined. Volumes are named as the service likes (often
+ * "\\?\Volume{GUID}\"), so it need not be the path that the image was mounted by.
+ *
+ * @param diskNumber      N of \\.\PhysicalDriveN
+ * @param isImage         out, optional: 1 for an attached image, else 0
+ * @param imagePath       out, optional: the file, cut to `imagePathChars` - 1 units; empty when the disk is no image
+ * @param imagePathChars  room in `imagePath`, in UTF-16 units; 0 writes nothing there
+ * @return KK_STATUS_SUCCESS, always
+ */
+KK_API KK_STATUS KK_CALL KkQueryDiskImage(uint32_t diskNumber, uint32_t* isImage, KkWideChar* imagePath,
+                                          uint32_t imagePathChars);
+
+/**
+ * Restores partitions of an image onto a disk, each at the offset that it has in the image, and before that, if wanted,
+ * a new GPT with the chosen partitions. The image must have a GPT.
+ *
+ * Nothing is locked or dismounted and the system is not told to look at the disk again: use a disk without mounted
+ * volumes. Chunks of 8 MiB that hold only zeros are not written, here and in the other calls that restore or clone:
+ * what the disk held there stays.
+ *
+ * The new table keeps disk and partition GUIDs, types and names, not the attributes. Two disks with the same GUIDs do
+ * not go well together in one machine. Image and disk must agree in their sector size, which is not checked: the
+ * image's is used for the table. More than 128 partitions get no further entries, though their data is restored.
+ *
+ * Sizes are checked before anything is written; a failure after that leaves the disk partly written.
+ *
+ * @param imagePath            a VHDX file; see KkInspectImage
+ * @param targetPath           the whole disk (\\.\PhysicalDriveN); a plain file that exists does too
+ * @param partitionNumbers     numbers (ImagePartitionRecord::number) of the partitions to restore; others are ignored;
+ *                             optional when `partitionCount` is 0
+ * @param partitionCount       how many; 0 means every partition
+ * @param writePartitionTable  non-zero: write a new GPT; 0: leave the disk's table as it is
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_INVALID_PARAMETER: a path is null, the image has no partitions, or none was chosen
+ * - KK_STATUS_BUFFER_TOO_SMALL: a chosen partition reaches into the last 34 sectors of the disk, or beyond; not tested
+ *   when the disk does not tell its size
+ * - KK_STATUS_REGISTRY_CORRUPT: the image is damaged or has no GPT
+ * - KK_STATUS_NO_MEMORY; KK_STATUS_UNSUCCESSFUL: there was no memory for the image's table or the new one, or a write
+ *   made no progress
+ * - KK_STATUS_END_OF_FILE: the image ends where data should be
+ * - the system's status from opening, reading or writing image or disk
+ */
+KK_API KK_STATUS KK_CALL KkRestorePartitions(const KkWideChar* imagePath, const KkWideChar* targetPath,
+                                             const uint32_t* partitionNumbers, uint32_t partitionCount,
+                                             int32_t writePartitionTable);
+
+/**
+ * Creates a partition in a free region of a disk, as KkCreatePartition does, and fills it with one partition of an
+ * image. A file system that is smaller than its new partition is not extended.
+ *
+ * The partition starts on the first 1 MiB boundary of the region, never below 1 MiB, and on a GPT disk within what the
+ * GPT calls usable. What KkCreatePartition says of MBR disks and of failures at a GPT's copies holds here too. When
+ * copying fails the new partition stays, and the system is told of it only at the very end.
+ *
+ * @param imagePath         a VHDX file with a GPT or an MBR; see KkInspectImage
+ * @param partitionNumber   ImagePartitionRecord::number; of several the last one counts
+ * @param targetDiskNumber  N of \\.\PhysicalDriveN
+ * @param regionStart       where the free region starts
+ * @param regionLength      its length; what reaches past the disk is cut off
+ * @param keepSourceSize    non-zero: the partition gets the length that it has in the image, in whole sectors; 0: it
+ *                          fills the region
+ * @return
+ * - KK_STATUS_SUCCESS; the volume may arrive a little later
+ * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null, the image has no such partition, or a partition of the disk lies
+ *   in the way
+ * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
+ * - KK_STATUS_BUFFER_TOO_SMALL: the region has no room for the partition; also when the disk does not tell its size
+ * - KK_STATUS_DISK_FULL: the disk's table, or the second copy of its GPT, has no unused entry
+ * - KK_STATUS_REGISTRY_CORRUPT: the image or the disk's table is damaged
+ * - KK_STATUS_NO_MEMORY; KK_STATUS_UNSUCCESSFUL: there was no memory for the image's table, or a write made no progress
+ * - KK_STATUS_END_OF_FILE: the image, or the disk inside its table, ended early
+ * - the system's status from opening, reading or writing image or disk
+ */
+KK_API KK_STATUS KK_CALL KkRestoreToFreeSpace(const KkWideChar* imagePath, uint32_t partitionNumber,
+                                              uint32_t targetDiskNumber, uint64_t regionStart, uint64_t regionLength,
+                                              int32_t keepSourceSize);
+
+/**
+ * Overwrites a volume with one partition of an image and then, if wanted, extends its NTFS file system to the volume's
+ * size.
+ *
+ * The volume is locked and dismounted first. If the system refuses, the restore is tried all the same, and refused
+ * writes show as its status. A failure while copying leaves the volume partly written. Whether the file system could be
+ * extended does not change the result.
+ *
+ * @param imagePath         a VHDX file with a GPT or an MBR; see KkInspectImage
+ * @param partitionNumber   ImagePartitionRecord::number; of several the last one counts
+ * @param volumePath        the volume's device (KkPartitionInfo::deviceName, \\.\X:), without a backslash at its end
+ * @param extendFileSystem  non-zero: extend the file system afterwards
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_INVALID_PARAMETER: a path is null, or the image has no such partition
+ * - KK_STATUS_BUFFER_TOO_SMALL: the volume is smaller than the partition; it was dismounted, and nothing was written.
+ *   Not tested when the volume does not tell its size
+ * - KK_STATUS_REGISTRY_CORRUPT: the image is damaged
+ * - KK_STATUS_NO_MEMORY; KK_STATUS_UNSUCCESSFUL: there was no memory for the image's table, or a write made no progress
+ * - KK_STATUS_END_OF_FILE: the image ends where data should be
+ * - the system's status from opening, reading or writing image or volume
+ */
+KK_API KK_STATUS KK_CALL KkRestoreToVolume(const KkWideChar* imagePath, uint32_t partitionNumber,
+                                           const KkWideChar* volumePath, uint32_t extendFileSystem);
+
+/**
+ * Copies a volume onto another one and then, if wanted, extends the copy's NTFS file system to the volume's size. NTFS
+ * volumes are copied as far as their file system reaches, others whole.
+ *
+ * The target is locked and dismounted first, as by KkRestoreToVolume; the source is neither: copy volumes that nobody
+ * writes to, such as those of snapshots or mounted images. An unreadable place in the source ends the copy there, and
+ * that is a success: compare the volumes when the source may be damaged.
+ *
+ * @param sourcePath        the source volume's device
+ * @param targetPath        the target volume's device
+ * @param extendFileSystem  non-zero: extend the file system afterwards; whether it could be does not change the result
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_INVALID_PARAMETER: a path is null
+ * - KK_STATUS_UNSUCCESSFUL: the source does not tell its size, or a write made no progress
+ * - KK_STATUS_BUFFER_TOO_SMALL: the target is smaller than what is to be copied; nothing was done to it. Not tested
+ *   when it does not tell its size
+ * - KK_STATUS_NO_MEMORY
+ * - the system's status from opening a volume or writing the target, which is then partly written
+ */
+KK_API KK_STATUS KK_CALL KkCloneVolume(const KkWideChar* sourcePath, const KkWideChar* targetPath,
+                                       uint32_t extendFileSystem);
+
+/**
+ * Attaches an image as a disk without ever changing it: what is written to the disk goes into a new differencing file,
+ * the overlay. Apart from that as KkMountImage; KkDiscardOverlay ends it.
+ *
+ * The image must not change as long as the overlay exists.
+ *
+ * @param parentImagePath  the image, a VHDX file
+ * @param overlayPath      the overlay file to create; must not exist. A failure may leave it behind: KkDiscardOverlay
+ *                         deletes it
+ * @param diskNumber       out, optional: as for KkMountImage
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service, or none that creates files; tested before the
+ *   arguments
+ * - KK_STATUS_INVALID_PARAMETER: a path is null
+ * - 0x8007xxxx with the low 16 bits of the service's error: the overlay was not created (0x80070050: the file exists),
+ *   not attached, or the disk's name could not be learnt and it may be attached all the same; 0x80070001 when the
+ *   service gave no handle
+ */
+KK_API KK_STATUS KK_CALL KkMountImageOverlay(const KkWideChar* parentImagePath, const KkWideChar* overlayPath,
+                                             uint32_t* diskNumber);
+
+/**
+ * Detaches the disk that shows an overlay and deletes the overlay's file, with all that was written to the disk. The
+ * deletion is tried whatever becomes of the rest, so this also clears away a file that is not mounted; whether it
+ * worked is not reported.
+ *
+ * @param overlayPath  the overlay's file, an absolute Windows path (C:\...) without a prefix: with one, the file is not
+ *                     found and stays
+ * @return what KkUnmountImage returns for the file; with KK_STATUS_NOT_FOUND, too, the file was deleted
+ */
+KK_API KK_STATUS KK_CALL KkDiscardOverlay(const KkWideChar* overlayPath);
+
+/**
+ * Restores one partition of an image into a partition of a disk that may be smaller. In an overlay of the image the
+ * partition is shrunk until it fits (NTFS only), then its volume is cloned onto the target volume and the file system
+ * extended to fill it. The image is not changed, but it must not be attached.
+ *
+ * The overlay is a file beside the image, `imagePath` with ".rec.avhdx" appended (`imagePath` is cut to 580 units), and
+ * is gone afterwards, whatever happens. One that an earlier run left makes the call fail and is deleted by that.
+ *
+ * A target up to 128 MiB is aimed at exactly, a larger one less 64 MiB. Sizes are rounded up to whole MiB on the way,
+ * so a target up to 128 MiB should be a multiple of 1 MiB. Searched are the first 64 partitions of image and disk.
+ *
+ * @param imagePath              a VHDX file, an absolute Windows path (C:\...) without a prefix
+ * @param partitionNumber        ImagePartitionRecord::number; of several the last one counts
+ * @param targetDiskNumber       N of \\.\PhysicalDriveN
+ * @param targetPartitionOffset  where the target partition starts
+ * @return
+ * - KK_STATUS_SUCCESS
+ * - KK_STATUS_NO_MEMORY
+ * - KK_STATUS_UNSUCCESSFUL: the image could not be inspected (also when `imagePath` is null), the target disk not be
+ *   listed, the source does not tell its size, or a write made no progress
+ * - KK_STATUS_INVALID_PARAMETER: the image or the disk has no such partition; or shrinking ended so
+ * - KK_STATUS_NO_MEDIA_IN_DEVICE: source or target has no volume, or it had not arrived yet; try again
+ * - what KkMountImageOverlay, KkShrinkPartition and KkCloneVolume return; the target was written to only if the latter
+ *   began
+ */
+KK_API KK_STATUS KK_CALL KkRecoverShrinkToFit(const KkWideChar* imagePath, int32_t partitionNumber,
+                                              uint32_t targetDiskNumber, uint64_t targetPartitionOffset);
 
 #if defined(__cplusplus)
 }

@@ -8,6 +8,7 @@
 #include "core/file_opener.h"
 #include "core/heap_block.h"
 #include "core/status.h"
+#include "core/transfer.h"
 #include "image/virtual_disk_api.h"
 #include "image/virtual_disk_file.h"
 

@@ -5,11 +5,9 @@
 #include "backup/backup_plan.h"
 #include "backup/snapshot_set.h"
 #include "core/device_file.h"
+#include "core/transfer.h"
 
 namespace kk {
-
-/// Bytes moved at a time, and the size of the one buffer of a copy.
-inline constexpr uint32_t kTransferBytes = 0x800000;
 
 /// Copies partitions into the image's disk, each from the best source there is, and counts what it does.
 class PartitionCopier {

@@ -30,6 +30,9 @@ public:
         return true;
     }
 
+    /// Drops all records and keeps their room.
+    void Clear() { count_ = 0; }
+
     [[nodiscard]] size_t Count() const { return count_; }
     T& operator[](size_t index) { return items_[index]; }
     const T& operator[](size_t index) const { return items_[index]; }

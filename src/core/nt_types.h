@@ -90,14 +90,19 @@ inline constexpr uint32_t kFileDeviceFileSystem = 9;
 
 inline constexpr uint32_t kFileGenericRead = 0x120089;
 inline constexpr uint32_t kFileGenericWrite = 0x120116;
+inline constexpr uint32_t kFileReadAttributes = 0x80;
+inline constexpr uint32_t kDelete = 0x10000;
+inline constexpr uint32_t kSynchronize = 0x100000;
 inline constexpr uint32_t kFileAttributeNormal = 0x80;
 inline constexpr uint32_t kFileShareRead = 1;
 inline constexpr uint32_t kFileShareWrite = 2;
+inline constexpr uint32_t kFileShareDelete = 4;
 inline constexpr uint32_t kFileOpen = 1;
 inline constexpr uint32_t kFileOverwriteIf = 5;
 inline constexpr uint32_t kFileSynchronousIoNonalert = 0x20;
 inline constexpr uint32_t kFileNonDirectoryFile = 0x40;
 inline constexpr uint32_t kFileRandomAccess = 0x800;
+inline constexpr uint32_t kFileDeleteOnClose = 0x1000;
 
 inline constexpr uint32_t kSeShutdownPrivilege = 19;
 /// ShutdownReboot of SHUTDOWN_ACTION.

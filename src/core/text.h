@@ -25,12 +25,19 @@ void CopyText(char16_t* buffer, size_t capacity, const char16_t* text);
 
 [[nodiscard]] bool SameText(const char16_t* a, const char16_t* b);
 
-/// The text of a caller of an export; wide characters have their own type there.
+/// The text of a caller of an export, or its room for text; wide characters have their own type there.
 template <typename Unit>
 [[nodiscard]] const char16_t* FromCaller(const Unit* text)
 {
     static_assert(sizeof(Unit) == sizeof(char16_t));
     return reinterpret_cast<const char16_t*>(text);
+}
+
+template <typename Unit>
+[[nodiscard]] char16_t* FromCaller(Unit* text)
+{
+    static_assert(sizeof(Unit) == sizeof(char16_t));
+    return reinterpret_cast<char16_t*>(text);
 }
 
 }  // namespace kk

@@ -9,6 +9,7 @@ namespace kk {
 
 inline constexpr uint32_t kIoctlVolumeGetVolumeDiskExtents = 0x560000;
 inline constexpr uint32_t kFsctlLockVolume = 0x90018;
+inline constexpr uint32_t kFsctlUnlockVolume = 0x9001C;
 inline constexpr uint32_t kFsctlDismountVolume = 0x90020;
 inline constexpr uint32_t kFsctlGetNtfsVolumeData = 0x90064;
 inline constexpr uint32_t kFsctlExtendVolume = 0x900F0;  // input: the volume's new length in sectors, signed 64-bit

@@ -23,6 +23,10 @@ inline constexpr uint32_t kVirtualStorageTypeDeviceVhdx = 3;
 inline constexpr Guid kVirtualStorageTypeVendorMicrosoft = {
     0xEC984AEC, 0xA0F9, 0x47E9, {0x90, 0x1F, 0x71, 0x41, 0x5A, 0x66, 0x34, 0x5B}};
 
+/// The type of every file that is created.
+inline constexpr VirtualStorageType kVhdxStorageType = {kVirtualStorageTypeDeviceVhdx,
+                                                        kVirtualStorageTypeVendorMicrosoft};
+
 inline constexpr uint32_t kVirtualDiskAccessNone = 0;
 inline constexpr uint32_t kVirtualDiskAccessAttachRw = 0x20000;
 inline constexpr uint32_t kVirtualDiskAccessDetach = 0x40000;

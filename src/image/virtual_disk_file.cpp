@@ -23,7 +23,6 @@ KK_STATUS VirtualDiskFile::Create(const char16_t* path, uint64_t maximumSize, ui
         return KK_STATUS_NOT_FOUND;
     }
     constexpr uint32_t physicalSectorSize = 4096;
-    constexpr VirtualStorageType type = {kVirtualStorageTypeDeviceVhdx, kVirtualStorageTypeVendorMicrosoft};
     CreateVirtualDiskParameters parameters = {};
     parameters.version = kCreateVirtualDiskVersion2;
     parameters.maximumSize = maximumSize;
@@ -32,8 +31,9 @@ KK_STATUS VirtualDiskFile::Create(const char16_t* path, uint64_t maximumSize, ui
     parameters.physicalSectorSizeInBytes = physicalSectorSize;
 
     NtHandle handle = nullptr;
-    const uint32_t error = GetVirtdiskCreateApi().createVirtualDisk(
-        &type, path, kVirtualDiskAccessNone, nullptr, kCreateVirtualDiskFlagNone, 0, &parameters, nullptr, &handle);
+    const uint32_t error =
+        GetVirtdiskCreateApi().createVirtualDisk(&kVhdxStorageType, path, kVirtualDiskAccessNone, nullptr,
+                                                 kCreateVirtualDiskFlagNone, 0, &parameters, nullptr, &handle);
     if (error != 0) {
         return KK_STATUS_UNSUCCESSFUL;
     }

@@ -1,23 +1,17 @@
 #include "core/checked_math.h"
 #include "core/status.h"
 #include "disk/disk_layout.h"
+#include "partition/disk_range.h"
 #include "partition/disk_refresh.h"
 #include "partition/gpt_format.h"
 #include "partition/identifiers.h"
+#include "partition/mbr_format.h"
 #include "partition/partition_alignment.h"
 #include "partition/table_edit.h"
 
 namespace kk {
 
 namespace {
-
-constexpr uint8_t kMbrTypeNtfs = 0x07;
-
-/// Bytes of a disk.
-struct DiskRange {
-    uint64_t start;
-    uint64_t length;
-};
 
 /// The part of a region of the disk that a partition may take: from an aligned start to the end of what is usable.
 /// Empty when there is none.
@@ -28,8 +22,7 @@ DiskRange UsablePart(const DiskLayout& layout, const DiskRange& region)
         const uint64_t reserve = Min(GptEndReserve(layout.sectorSize), layout.diskSize);
         end = Min(end, layout.diskSize - reserve);
     }
-    const uint64_t start = Max(SaturatingRoundUp(region.start, kPartitionAlignment), kPartitionAlignment);
-    return {start, end > start ? end - start : 0};
+    return AlignedRange(region.start, end);
 }
 
 /// A wanted size ends on a sector and "as much as there is" on an aligned boundary, on purpose: who names a size gets
@@ -41,17 +34,6 @@ uint64_t ChooseLength(uint64_t wanted, uint64_t available, uint32_t sectorSize)
     }
     const uint64_t length = SaturatingRoundUp(wanted, sectorSize);
     return length <= available ? length : 0;
-}
-
-bool OverlapsPartition(const DiskLayout& layout, const DiskRange& range)
-{
-    const uint64_t end = range.start + range.length;
-    for (const PartitionEntry& partition : layout.partitions) {
-        if (partition.start < end && SaturatingAdd(partition.start, partition.length) > range.start) {
-            return true;
-        }
-    }
-    return false;
 }
 
 /// Where the partition goes, judged by the layout alone.

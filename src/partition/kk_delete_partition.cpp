@@ -1,7 +1,7 @@
 #include "core/status.h"
 #include "disk/disk_layout.h"
-#include "disk/volume_controls.h"
 #include "disk/volume_lookup.h"
+#include "disk/volume_requests.h"
 #include "partition/disk_refresh.h"
 #include "partition/table_edit.h"
 
@@ -9,17 +9,13 @@ namespace kk {
 
 namespace {
 
-/// Dismounts the partition's volume. Whether it can be is not asked: a volume in use does not save its partition. The
-/// lock ends with the handle.
+/// Dismounts the partition's volume. A volume in use does not save its partition. The lock ends with the handle.
 void DismountVolume(uint32_t disk, uint64_t start)
 {
     DevicePtr volume;
-    if (!OpenVolumeForPartition(disk, start, volume)) {
-        return;
+    if (OpenVolumeForPartition(disk, start, volume)) {
+        LockAndDismountVolume(*volume);
     }
-    // The second is sent even when the first was refused, on purpose: a dismount needs no lock.
-    (void)volume->Control(kFsctlLockVolume, nullptr, 0, nullptr, 0, nullptr);
-    (void)volume->Control(kFsctlDismountVolume, nullptr, 0, nullptr, 0, nullptr);
 }
 
 KK_STATUS DeletePartition(uint32_t disk, uint64_t start)

@@ -39,6 +39,8 @@ inline constexpr uint8_t kBootSignature[2] = {0x55, 0xAA};
 }
 
 inline constexpr uint8_t kMbrStatusActive = 0x80;
+/// The type of an ordinary data partition.
+inline constexpr uint8_t kMbrTypeNtfs = 0x07;
 inline constexpr uint8_t kMbrTypeGptProtective = 0xEE;
 /// The address that says "beyond what cylinder, head and sector can tell".
 inline constexpr uint8_t kChsBeyondRange[3] = {0xFE, 0xFF, 0xFF};

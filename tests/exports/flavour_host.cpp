@@ -20,6 +20,17 @@ private:
         .formatPartition = &KkFormatPartition,
         .reboot = &KkReboot,
         .backup = &KkBackup,
+        .inspectImage = &KkInspectImage,
+        .mountImage = &KkMountImage,
+        .unmountImage = &KkUnmountImage,
+        .queryDiskImage = &KkQueryDiskImage,
+        .restorePartitions = &KkRestorePartitions,
+        .restoreToFreeSpace = &KkRestoreToFreeSpace,
+        .restoreToVolume = &KkRestoreToVolume,
+        .cloneVolume = &KkCloneVolume,
+        .mountImageOverlay = &KkMountImageOverlay,
+        .discardOverlay = &KkDiscardOverlay,
+        .recoverShrinkToFit = &KkRecoverShrinkToFit,
     };
 };
 
