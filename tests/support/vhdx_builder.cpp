@@ -47,6 +47,18 @@ std::vector<uint8_t> BytesOf(const kk::Guid& id)
     return bytes;
 }
 
+constexpr std::array<uint32_t, 256> Crc32cTable()
+{
+    std::array<uint32_t, 256> table = {};
+    for (uint32_t i = 0; i < table.size(); ++i) {
+        table[i] = i;
+        for (int bit = 0; bit < 8; ++bit) {
+            table[i] = table[i] >> 1 ^ ((table[i] & 1) != 0 ? 0x82F63B78u : 0u);
+        }
+    }
+    return table;
+}
+
 /// The checksum of a header or region table lies behind its four letters and is taken with itself zero.
 void Seal(std::vector<uint8_t>& structure)
 {
@@ -57,21 +69,19 @@ void Seal(std::vector<uint8_t>& structure)
 
 std::vector<uint8_t> vhdx::LittleEndian(uint64_t value, size_t width)
 {
-    std::vector<uint8_t> bytes;
-    for (size_t i = 0; i < width; ++i) {
-        bytes.push_back(static_cast<uint8_t>(value >> 8 * i));
+    std::vector<uint8_t> bytes(width);
+    for (size_t i = 0; i < std::min(width, sizeof(value)); ++i) {
+        bytes[i] = static_cast<uint8_t>(value >> 8 * i);
     }
     return bytes;
 }
 
 uint32_t vhdx::Crc32c(const std::vector<uint8_t>& bytes)
 {
+    static constexpr std::array<uint32_t, 256> table = Crc32cTable();
     uint32_t crc = ~uint32_t{0};
     for (const uint8_t byte : bytes) {
-        crc ^= byte;
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = crc >> 1 ^ ((crc & 1) != 0 ? 0x82F63B78u : 0u);
-        }
+        crc = crc >> 8 ^ table[(crc ^ byte) & 0xFF];
     }
     return ~crc;
 }

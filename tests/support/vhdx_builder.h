@@ -53,7 +53,7 @@ struct Item {
     std::optional<uint32_t> claimedLength = std::nullopt;
 };
 
-/// The `width` lowest bytes of a number, the least significant one first.
+/// A number in `width` bytes, the least significant one first.
 std::vector<uint8_t> LittleEndian(uint64_t value, size_t width);
 
 uint32_t Crc32c(const std::vector<uint8_t>& bytes);
