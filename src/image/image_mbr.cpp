@@ -1,7 +1,7 @@
 #include "core/status.h"
 #include "core/text.h"
 #include "image/image_partitions.h"
-#include "image/image_structure.h"
+#include "image/image_sector.h"
 #include "partition/mbr_format.h"
 
 namespace kk {
@@ -50,8 +50,7 @@ KK_STATUS ReadMbrPartitions(VhdxReader& reader, ImagePartitionList& list)
 {
     const uint32_t sector = reader.LogicalSectorSize();
     HeapBlock block;
-    uint64_t bytes = 0;
-    KK_TRY(ReadImageStructure(reader, 0, sector, sizeof(MasterBootRecord), block, bytes));
+    KK_TRY(ReadImageSector(reader, 0, block));
     const auto& mbr = *reinterpret_cast<const MasterBootRecord*>(block.Data());
     if (sector < sizeof(MasterBootRecord) || !HasBootSignature(mbr)) {
         return KK_STATUS_REGISTRY_CORRUPT;
