@@ -38,8 +38,8 @@ private:
 };
 
 Disk::Disk(Machine& machine, uint32_t number, std::unique_ptr<Storage> storage, const DiskOptions& options)
-    : machine_(machine), number_(number), sectorSize_(options.sectorSize), size_(storage->Size()),
-      storage_(std::move(storage))
+    : machine_(machine), number_(number), sectorSize_(options.sectorSize), getsDriveLetters_(!options.noDriveLetters),
+      size_(storage->Size()), storage_(std::move(storage))
 {
     behaviour.readOnly = options.readOnly;
 }

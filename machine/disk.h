@@ -23,6 +23,7 @@ struct DiskOptions {
     uint32_t sectorSize = 512;
     std::optional<uint32_t> number = std::nullopt;  // the lowest free one unless given
     bool readOnly = false;
+    bool noDriveLetters = false;  // its volumes get none by themselves
 };
 
 /// Ways in which a disk may deviate from the well-behaved one.
@@ -45,6 +46,7 @@ public:
     uint32_t Number() const { return number_; }
     uint64_t Size() const { return size_; }
     uint32_t SectorSize() const { return sectorSize_; }
+    bool GetsDriveLetters() const { return getsDriveLetters_; }
     DiskBehaviour behaviour;
 
     /// The driver's own path to the medium: whole sectors inside the disk, or a status.
@@ -94,6 +96,7 @@ private:
     Machine& machine_;
     uint32_t number_;
     uint32_t sectorSize_;
+    bool getsDriveLetters_;
     uint64_t size_;
     std::unique_ptr<Storage> storage_;
     Layout layout_;

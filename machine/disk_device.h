@@ -12,6 +12,8 @@ class DiskDevice final : public Device {
 public:
     DiskDevice(Machine& machine, std::shared_ptr<Disk> disk) : machine_(machine), disk_(std::move(disk)) {}
 
+    const Disk& UnderlyingDisk() const { return *disk_; }
+
     IoResult Read(OpenFile& file, uint64_t offset, std::span<uint8_t> into) override;
     IoResult Write(OpenFile& file, uint64_t offset, std::span<const uint8_t> from) override;
     ControlAnswer Control(OpenFile& file, const ControlRequest& request) override;

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "machine/drive_volume_names.h"
 #include "machine/host_file.h"
 #include "machine/text.h"
 
@@ -196,6 +197,8 @@ std::optional<std::string> HostDrives::HostPath(std::u16string_view path) const
             break;
         }
     }
+    const std::u16string lettered = WithDriveLetter(path);
+    path = lettered;
     const bool isDrivePath =
         path.size() >= 2 && IsDriveLetter(path[0]) && path[1] == u':' && (path.size() == 2 || path[2] == u'\\');
     if (!isDrivePath || !IsMapped(path[0])) {

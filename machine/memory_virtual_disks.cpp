@@ -1,7 +1,9 @@
 #include "machine/memory_virtual_disks.h"
 
-#include <algorithm>
+#include <fstream>
 #include <utility>
+
+#include "machine/overlay_storage.h"
 
 namespace machine {
 namespace {
@@ -15,91 +17,22 @@ public:
     bool Read(uint64_t offset, std::span<uint8_t> into) override { return bytes_->Read(offset, into); }
     bool Write(uint64_t offset, std::span<const uint8_t> from) override { return bytes_->Write(offset, from); }
     bool Flush() override { return bytes_->Flush(); }
+    std::vector<Stretch> DataIn(uint64_t offset, uint64_t length) const override
+    {
+        return bytes_->DataIn(offset, length);
+    }
 
 private:
     std::shared_ptr<Storage> bytes_;
 };
 
+bool IsOnHost(const std::filesystem::path& file)
+{
+    std::error_code ignored;
+    return std::filesystem::exists(file, ignored);
+}
+
 }  // namespace
-
-void RangeList::Add(uint64_t start, uint64_t length)
-{
-    if (length == 0) {
-        return;
-    }
-    uint64_t end = start + length;
-    auto next = ends_.upper_bound(start);
-    if (next != ends_.begin() && std::prev(next)->second >= start) {
-        --next;
-        start = next->first;
-    }
-    while (next != ends_.end() && next->first <= end) {
-        end = std::max(end, next->second);
-        next = ends_.erase(next);
-    }
-    ends_[start] = end;
-}
-
-bool RangeList::Intersects(uint64_t start, uint64_t length) const
-{
-    const auto next = ends_.upper_bound(start);
-    if (length == 0) {
-        return false;
-    }
-    if (next != ends_.begin() && std::prev(next)->second > start) {
-        return true;
-    }
-    return next != ends_.end() && next->first < start + length;
-}
-
-std::vector<RangeList::Range> RangeList::All() const
-{
-    std::vector<Range> ranges;
-    for (const auto& [start, end] : ends_) {
-        ranges.push_back({start, end});
-    }
-    return ranges;
-}
-
-uint64_t RangeList::TotalBytes() const
-{
-    uint64_t total = 0;
-    for (const auto& [start, end] : ends_) {
-        total += end - start;
-    }
-    return total;
-}
-
-bool TrackedStorage::Write(uint64_t offset, std::span<const uint8_t> from)
-{
-    if (!bytes_.Write(offset, from)) {
-        return false;
-    }
-    written_.Add(offset, from.size());
-    writeSizes_.push_back(from.size());
-    return true;
-}
-
-bool TrackedStorage::Flush()
-{
-    ++flushCount_;
-    return true;
-}
-
-std::vector<uint64_t> TrackedStorage::WrittenBlocks(uint64_t blockBytes) const
-{
-    std::vector<uint64_t> blocks;
-    for (const RangeList::Range& range : written_.All()) {
-        uint64_t block = range.start / blockBytes;
-        if (!blocks.empty() && blocks.back() == block) {
-            ++block;
-        }
-        for (; block * blockBytes < range.end; ++block) {
-            blocks.push_back(block);
-        }
-    }
-    return blocks;
-}
 
 uint32_t MemoryVirtualDisks::Create(const NewImage& image)
 {
@@ -107,27 +40,76 @@ uint32_t MemoryVirtualDisks::Create(const NewImage& image)
     return kErrorSuccess;
 }
 
-uint32_t MemoryVirtualDisks::Open(const std::filesystem::path& file, OpenedImage& disk)
+uint32_t MemoryVirtualDisks::CreateOverlay(const std::filesystem::path& file, const std::filesystem::path& parent)
 {
-    const auto found = images_.find(file);
-    if (found == images_.end()) {
-        return kErrorFileNotFound;
+    OpenedImage base;
+    if (const uint32_t error = Open(parent, ImageAccess::ReadOnly, base); error != kErrorSuccess) {
+        return error;
     }
-    disk = {.storage = std::make_unique<AttachedStorage>(found->second.bytes),
-            .sectorBytes = found->second.shape.sectorBytes};
+    if (!(std::ofstream(file) << "An overlay that lives in memory.\n")) {
+        return kErrorAccessDenied;
+    }
+    const uint64_t sizeBytes = base.storage->Size();
+    const NewImage shape = {.file = file, .sizeBytes = sizeBytes, .blockBytes = 0, .sectorBytes = base.sectorBytes};
+    images_[file] = {shape, std::make_shared<TrackedStorage>(sizeBytes), parent, true};
+    return kErrorSuccess;
+}
+
+uint32_t MemoryVirtualDisks::Inspect(const std::filesystem::path& file, ImageFacts& facts)
+{
+    const Image* const image = FindImage(file);
+    if (image == nullptr) {
+        return hostImages_.Inspect(file, facts);
+    }
+    facts.parent = image->parent;
+    return kErrorSuccess;
+}
+
+uint32_t MemoryVirtualDisks::Open(const std::filesystem::path& file, ImageAccess access, OpenedImage& disk)
+{
+    const Image* const image = FindImage(file);
+    if (image == nullptr) {
+        return hostImages_.Open(file, access, disk);
+    }
+    if (image->parent.empty()) {
+        disk = {.storage = std::make_unique<AttachedStorage>(image->bytes), .sectorBytes = image->shape.sectorBytes};
+        return kErrorSuccess;
+    }
+    OpenedImage parent;
+    if (const uint32_t error = Open(image->parent, ImageAccess::ReadOnly, parent); error != kErrorSuccess) {
+        return error;
+    }
+    disk = {.storage = std::make_unique<OverlayStorage>(std::move(parent.storage), image->bytes),
+            .sectorBytes = image->shape.sectorBytes};
     return kErrorSuccess;
 }
 
 std::shared_ptr<TrackedStorage> MemoryVirtualDisks::ImageBytes(const std::filesystem::path& file) const
 {
-    const auto found = images_.find(file);
-    return found != images_.end() ? found->second.bytes : nullptr;
+    const Image* const image = FindImage(file);
+    return image != nullptr ? image->bytes : nullptr;
 }
 
 const NewImage* MemoryVirtualDisks::ImageShape(const std::filesystem::path& file) const
 {
+    const Image* const image = FindImage(file);
+    return image != nullptr ? &image->shape : nullptr;
+}
+
+TrackedStorage& MemoryVirtualDisks::StandInFor(const std::filesystem::path& file, uint64_t sizeBytes,
+                                               uint32_t sectorBytes)
+{
+    const NewImage shape = {.file = file, .sizeBytes = sizeBytes, .blockBytes = 0, .sectorBytes = sectorBytes};
+    images_[file] = {shape, std::make_shared<TrackedStorage>(sizeBytes), {}, true};
+    return *images_[file].bytes;
+}
+
+/// Null when the file that stood for the image is gone.
+const MemoryVirtualDisks::Image* MemoryVirtualDisks::FindImage(const std::filesystem::path& file) const
+{
     const auto found = images_.find(file);
-    return found != images_.end() ? &found->second.shape : nullptr;
+    const bool isThere = found != images_.end() && (!found->second.hasHostFile || IsOnHost(file));
+    return isThere ? &found->second : nullptr;
 }
 
 }  // namespace machine

@@ -4,76 +4,45 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <vector>
 
-#include "machine/storage.h"
+#include "machine/qemu_virtual_disks.h"
+#include "machine/tracked_storage.h"
 #include "machine/virtual_disk_back_end.h"
 
 namespace machine {
 
-/// Byte ranges in rising order, none touching another.
-class RangeList {
-public:
-    struct Range {
-        uint64_t start;
-        uint64_t end;  // exclusive
-        friend bool operator==(const Range&, const Range&) = default;
-    };
-
-    void Add(uint64_t start, uint64_t length);
-    bool Intersects(uint64_t start, uint64_t length) const;
-    std::vector<Range> All() const;
-    uint64_t TotalBytes() const;
-
-private:
-    std::map<uint64_t, uint64_t> ends_;  // by start
-};
-
-/// The bytes of an in-memory image, and which of them were ever written.
-class TrackedStorage final : public Storage {
-public:
-    explicit TrackedStorage(uint64_t size) : bytes_(size) {}
-
-    uint64_t Size() const override { return bytes_.Size(); }
-    bool Read(uint64_t offset, std::span<uint8_t> into) override { return bytes_.Read(offset, into); }
-    bool Write(uint64_t offset, std::span<const uint8_t> from) override;
-    bool Flush() override;
-
-    const RangeList& Written() const { return written_; }
-    /// The length of every write, in order.
-    const std::vector<uint64_t>& WriteSizes() const { return writeSizes_; }
-    uint64_t FlushCount() const { return flushCount_; }
-
-    /// Numbers of the image's blocks of `blockBytes` that a file format would have to hold.
-    std::vector<uint64_t> WrittenBlocks(uint64_t blockBytes = 2 << 20) const;
-
-private:
-    MemoryStorage bytes_;
-    RangeList written_;
-    std::vector<uint64_t> writeSizes_;
-    uint64_t flushCount_ = 0;
-};
-
-/// Images that live in memory, found by their path; nothing appears on the host. Takes any geometry.
+/// Images that live in memory, found by their path; takes any geometry. Of a new image nothing appears on the host.
+/// Of a new overlay a small file does, so that it can be seen, held and deleted as a file: the overlay goes with it.
+/// Files of the host that are nothing in memory are images if QEMU can open them.
 class MemoryVirtualDisks final : public VirtualDiskBackEnd {
 public:
-    bool Knows(const std::filesystem::path& file) const override { return images_.contains(file); }
+    bool Knows(const std::filesystem::path& file) const override { return FindImage(file) != nullptr; }
     uint32_t Create(const NewImage& image) override;
-    uint32_t Open(const std::filesystem::path& file, OpenedImage& disk) override;
+    uint32_t CreateOverlay(const std::filesystem::path& file, const std::filesystem::path& parent) override;
+    uint32_t Inspect(const std::filesystem::path& file, ImageFacts& facts) override;
+    uint32_t Open(const std::filesystem::path& file, ImageAccess access, OpenedImage& disk) override;
 
-    /// The bytes of an image, also after it was detached; null when there is none.
+    /// The bytes of an image, also after it was detached; null when there is none. Those of an overlay are what was
+    /// written into it.
     std::shared_ptr<TrackedStorage> ImageBytes(const std::filesystem::path& file) const;
     /// What the image was created with; null when there is none.
     const NewImage* ImageShape(const std::filesystem::path& file) const;
     /// Forgets an image, as a file is deleted.
     void Remove(const std::filesystem::path& file) { images_.erase(file); }
+    /// Contents for a file of the host in place of its own, for formats that QEMU does not open. They go with the file.
+    TrackedStorage& StandInFor(const std::filesystem::path& file, uint64_t sizeBytes, uint32_t sectorBytes);
 
 private:
     struct Image {
         NewImage shape;
         std::shared_ptr<TrackedStorage> bytes;
+        std::filesystem::path parent = {};
+        bool hasHostFile = false;
     };
+    const Image* FindImage(const std::filesystem::path& file) const;
+
     std::map<std::filesystem::path, Image> images_;
+    QemuVirtualDisks hostImages_;
 };
 
 }  // namespace machine

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "machine/drive_volume_names.h"
 #include "machine/host_drives.h"
 #include "machine/text.h"
 
@@ -15,7 +16,7 @@ constexpr std::u16string_view kGlobal = u"\\GLOBAL??\\";
 constexpr std::u16string_view kGlobalRoot = u"\\??\\GLOBALROOT";
 constexpr int kLinkLimit = 32;  // what the real system follows before it gives up
 
-/// One spelling for the folder of DOS names, and none for GLOBALROOT.
+/// One spelling for the folder of DOS names, a letter for every drive, and none for GLOBALROOT.
 std::u16string Canonical(std::u16string_view name)
 {
     std::u16string result(name);
@@ -31,6 +32,9 @@ std::u16string Canonical(std::u16string_view name)
         } else {
             break;
         }
+    }
+    if (result.starts_with(kDosFolder)) {
+        result.replace(kDosFolder.size(), result.npos, WithDriveLetter(result.substr(kDosFolder.size())));
     }
     return result;
 }

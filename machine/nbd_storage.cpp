@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <vector>
 
 namespace machine {
 namespace {
@@ -17,17 +18,21 @@ constexpr uint64_t kPieceBytes = 2 << 20;
     throw std::runtime_error(what + (reason != nullptr ? std::string(": ") + reason : ""));
 }
 
-void Connect(nbd_handle* server, const std::filesystem::path& file, uint64_t& size)
+void Connect(nbd_handle* server, const std::filesystem::path& file, ImageFormat format, NbdStorage::Mode mode,
+             uint64_t& size)
 {
-    std::string path = file.string();
-    char program[] = "qemu-nbd";
-    char formatOption[] = "-f";
-    char format[] = "vhdx";
+    const std::string path = file.string();
     // Nothing of a test has to survive the host's power loss.
-    char cache[] = "--cache=unsafe";
-    char discard[] = "--discard=unmap";
-    char* arguments[] = {program, formatOption, format, cache, discard, path.data(), nullptr};
-    if (nbd_connect_systemd_socket_activation(server, arguments) != 0) {
+    std::vector<std::string> words = {"qemu-nbd", "-f", QemuName(format), "--cache=unsafe", "--discard=unmap", path};
+    if (mode == NbdStorage::Mode::ReadOnly) {
+        words.emplace_back("--read-only");
+    }
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    if (nbd_connect_systemd_socket_activation(server, arguments.data()) != 0) {
         Throw("cannot serve " + path);
     }
     const int64_t bytes = nbd_get_size(server);
@@ -39,13 +44,13 @@ void Connect(nbd_handle* server, const std::filesystem::path& file, uint64_t& si
 
 }  // namespace
 
-NbdStorage::NbdStorage(const std::filesystem::path& file) : server_(nbd_create())
+NbdStorage::NbdStorage(const std::filesystem::path& file, ImageFormat imageFormat, Mode mode) : server_(nbd_create())
 {
     if (server_ == nullptr) {
         Throw("cannot make an NBD client");
     }
     try {
-        Connect(server_, file, size_);
+        Connect(server_, file, imageFormat, mode, size_);
     } catch (...) {
         nbd_close(server_);
         throw;

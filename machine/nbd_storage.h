@@ -5,18 +5,22 @@
 #include <span>
 #include <string>
 
+#include "machine/image_format.h"
 #include "machine/storage.h"
 
 struct nbd_handle;
 
 namespace machine {
 
-/// The contents of a VHDX file, served by a `qemu-nbd` process that lives as long as this object. Once the object is
+/// The contents of an image file, served by a `qemu-nbd` process that lives as long as this object. Once the object is
 /// gone the process is too, and the file is complete and unlocked.
 class NbdStorage final : public Storage {
 public:
+    enum class Mode { ReadWrite, ReadOnly };
+
     /// Throws std::runtime_error when the server cannot be started or does not open the file.
-    explicit NbdStorage(const std::filesystem::path& file);
+    explicit NbdStorage(const std::filesystem::path& file, ImageFormat imageFormat = ImageFormat::Vhdx,
+                        Mode mode = Mode::ReadWrite);
     NbdStorage(const NbdStorage&) = delete;
     NbdStorage& operator=(const NbdStorage&) = delete;
     ~NbdStorage() override;

@@ -21,12 +21,19 @@ uint32_t RawVirtualDisks::Create(const NewImage& image)
     return kErrorSuccess;
 }
 
-uint32_t RawVirtualDisks::Open(const std::filesystem::path& file, OpenedImage& disk)
+uint32_t RawVirtualDisks::Inspect(const std::filesystem::path& file, ImageFacts& facts)
+{
+    facts = {};
+    return std::filesystem::exists(file) ? kErrorSuccess : kErrorFileNotFound;
+}
+
+uint32_t RawVirtualDisks::Open(const std::filesystem::path& file, ImageAccess access, OpenedImage& disk)
 {
     if (!std::filesystem::exists(file)) {
         return kErrorFileNotFound;
     }
-    disk = {.storage = std::make_unique<FileStorage>(file.string()), .sectorBytes = sectorBytes_};
+    const auto mode = access == ImageAccess::ReadOnly ? FileStorage::Mode::ReadOnly : FileStorage::Mode::ReadWrite;
+    disk = {.storage = std::make_unique<FileStorage>(file.string(), mode), .sectorBytes = sectorBytes_};
     return kErrorSuccess;
 }
 

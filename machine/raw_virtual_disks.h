@@ -13,7 +13,8 @@ public:
 
     bool TakesExistingFiles() const override { return fillsExistingFiles_; }
     uint32_t Create(const NewImage& image) override;
-    uint32_t Open(const std::filesystem::path& file, OpenedImage& disk) override;
+    uint32_t Inspect(const std::filesystem::path& file, ImageFacts& facts) override;
+    uint32_t Open(const std::filesystem::path& file, ImageAccess access, OpenedImage& disk) override;
 
 private:
     bool fillsExistingFiles_;

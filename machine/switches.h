@@ -22,6 +22,10 @@ struct Switches {
     /// Virtual disks below 3 MiB are refused.
     bool minimumVirtualDiskSize = false;
 
+    /// Virtual disks of an unstated type are known by their file's extension: .vhd, .vhdx and .iso alone. Not in the
+    /// strict profile, since nobody knows whether any real system does this.
+    bool virtualDisksByExtension = false;
+
     /// A disk whose GPT disk identifier is already online arrives offline: without volumes.
     bool diskIdentityCollisions = false;
 

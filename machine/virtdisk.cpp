@@ -52,17 +52,31 @@ uint32_t KK_CALL CreateVirtualDisk(const kk::VirtualStorageType* storageType, co
     });
 }
 
+uint32_t KK_CALL OpenVirtualDisk(const kk::VirtualStorageType* storageType, const char16_t* path, uint32_t accessMask,
+                                 uint32_t flags, const void* parameters, kk::NtHandle* handle)
+{
+    CallRecord record = {.kind = CallKind::Win32Error,
+                         .name = "OpenVirtualDisk",
+                         .object = path != nullptr ? Utf8(path) : std::string()};
+    record.code = storageType != nullptr ? storageType->deviceId : 0;
+    record.access = accessMask;
+    record.options = flags;
+    return PassToService(std::move(record), [&](VirtualDiskService& service) {
+        return service.Open({storageType, path, accessMask, flags, parameters}, handle);
+    });
+}
+
 uint32_t KK_CALL AttachVirtualDisk(kk::NtHandle handle, void* /*securityDescriptor*/, uint32_t flags,
-                                   uint32_t providerFlags, const void* parameters, void* overlapped)
+                                   uint32_t providerFlags, const kk::AttachVirtualDiskParameters* parameters,
+                                   void* overlapped)
 {
     CallRecord record = {.kind = CallKind::Win32Error, .name = "AttachVirtualDisk", .object = ImageName(handle)};
     record.options = flags;
-    const auto* const typed = static_cast<const AttachVirtualDiskParameters*>(parameters);
-    if (typed != nullptr) {
-        record.input = BytesOf(*typed);
+    if (parameters != nullptr) {
+        record.input = BytesOf(*parameters);
     }
     return PassToService(std::move(record), [&](VirtualDiskService& service) {
-        return service.Attach(handle, flags, providerFlags, typed, overlapped);
+        return service.Attach(handle, flags, providerFlags, parameters, overlapped);
     });
 }
 
@@ -84,6 +98,19 @@ uint32_t KK_CALL GetVirtualDiskPhysicalPath(kk::NtHandle handle, uint32_t* sizeI
     });
 }
 
+uint32_t KK_CALL GetStorageDependencyInformation(kk::NtHandle disk, uint32_t flags, uint32_t size,
+                                                 kk::StorageDependencyInfo* answer, uint32_t* sizeUsed)
+{
+    CallRecord record = {.kind = CallKind::Win32Error,
+                         .name = "GetStorageDependencyInformation",
+                         .object = Machine::Current().handles.NameOf(disk)};
+    record.options = flags;
+    record.length = size;
+    return PassToService(std::move(record), [&](VirtualDiskService& service) {
+        return service.GetDependencies(disk, flags, size, answer, sizeUsed);
+    });
+}
+
 }  // namespace
 
 VirtualDiskService& InstallVirtualDiskService(Machine& machine, std::shared_ptr<VirtualDiskBackEnd> backEnd)
@@ -93,10 +120,13 @@ VirtualDiskService& InstallVirtualDiskService(Machine& machine, std::shared_ptr<
     // the machine's.
     machine.AddBalanceCheck([service] { return std::vector<std::string>(); });
     installedService = service;
-    machine.modules.Add(u"virtdisk.dll", {{"CreateVirtualDisk", EntryAddress(&CreateVirtualDisk)},
-                                          {"AttachVirtualDisk", EntryAddress(&AttachVirtualDisk)},
-                                          {"DetachVirtualDisk", EntryAddress(&DetachVirtualDisk)},
-                                          {"GetVirtualDiskPhysicalPath", EntryAddress(&GetVirtualDiskPhysicalPath)}});
+    machine.modules.Add(u"virtdisk.dll",
+                        {{"CreateVirtualDisk", EntryAddress(&CreateVirtualDisk)},
+                         {"OpenVirtualDisk", EntryAddress(&OpenVirtualDisk)},
+                         {"AttachVirtualDisk", EntryAddress(&AttachVirtualDisk)},
+                         {"DetachVirtualDisk", EntryAddress(&DetachVirtualDisk)},
+                         {"GetVirtualDiskPhysicalPath", EntryAddress(&GetVirtualDiskPhysicalPath)},
+                         {"GetStorageDependencyInformation", EntryAddress(&GetStorageDependencyInformation)}});
     return *service;
 }
 

@@ -25,7 +25,9 @@ inline constexpr uint32_t kErrorInvalidParameter = 87;
 inline constexpr uint32_t kErrorDiskFull = 112;
 inline constexpr uint32_t kErrorInsufficientBuffer = 122;
 inline constexpr uint32_t kErrorFileCorrupt = 1392;
+inline constexpr uint32_t kErrorVirtualDiskFormatUnknown = 0xC03A0004;
 inline constexpr uint32_t kErrorVirtualDiskProviderNotFound = 0xC03A0014;
+inline constexpr uint32_t kErrorNotVirtualDisk = 0xC03A0015;
 
 /// An image to be made. All fields have passed the service's checks.
 struct NewImage {
@@ -35,14 +37,21 @@ struct NewImage {
     uint32_t sectorBytes = 0;
 };
 
+/// What an image says of itself.
+struct ImageFacts {
+    std::filesystem::path parent = {};  // empty when the image stands alone
+};
+
+enum class ImageAccess { ReadWrite, ReadOnly };
+
 /// An image that is open for use as a disk.
 struct OpenedImage {
     std::unique_ptr<Storage> storage = nullptr;
     uint32_t sectorBytes = 512;
 };
 
-/// Both functions answer with a Win32 error and may throw std::exception for trouble of the host itself. The service
-/// has seen to it that an image is created where nothing is, and opened by one disk at a time.
+/// Errors are those of Win32; std::exception is for trouble of the host itself. The service has seen to it that an
+/// image is created where nothing is, that what stands on it only reads it, and that one disk at a time writes it.
 class VirtualDiskBackEnd {
 public:
     virtual ~VirtualDiskBackEnd() = default;
@@ -54,7 +63,15 @@ public:
     virtual bool TakesExistingFiles() const { return false; }
 
     virtual uint32_t Create(const NewImage& image) = 0;
-    virtual uint32_t Open(const std::filesystem::path& file, OpenedImage& disk) = 0;
+    /// Makes an image that has its parent's size and shows its parent's bytes until they are written.
+    virtual uint32_t CreateOverlay(const std::filesystem::path& /*file*/, const std::filesystem::path& /*parent*/)
+    {
+        return kErrorNotSupported;
+    }
+
+    /// Whether the file is an image that can be opened, and what stands in it.
+    virtual uint32_t Inspect(const std::filesystem::path& file, ImageFacts& facts) = 0;
+    virtual uint32_t Open(const std::filesystem::path& file, ImageAccess access, OpenedImage& disk) = 0;
 };
 
 }  // namespace machine

@@ -1,59 +1,44 @@
 #include "machine/virtual_disk_service.h"
 
 #include <algorithm>
-#include <cstring>
+#include <array>
 #include <utility>
 
 #include "machine/machine.h"
 #include "machine/text.h"
+#include "machine/virtual_disk_creation.h"
+
+// Images and the handles that lead to them.
 
 namespace machine {
 namespace {
 
 constexpr char kHandleKind[] = "virtual disk";
-constexpr uint64_t kMebibyte = 1 << 20;
-constexpr uint64_t kMaximumSizeLimit = 64ull << 40;  // the format's own limit
-constexpr uint64_t kMinimumSize = 3 * kMebibyte;
-constexpr uint32_t kDefaultBlockBytes = 32 << 20;
-constexpr uint32_t kKnownAttachFlags =
-    kAttachVirtualDiskFlagReadOnly | kk::kAttachVirtualDiskFlagNoDriveLetter | kAttachVirtualDiskFlagPermanentLifetime;
+constexpr size_t kLongestChain = 256;
 
-bool IsSectorSize(uint32_t bytes)
+bool IsVhdx(const kk::VirtualStorageType& type)
 {
-    return bytes == 512 || bytes == 4096;
+    return type.deviceId == kk::kVirtualStorageTypeDeviceVhdx &&
+           type.vendorId == kk::kVirtualStorageTypeVendorMicrosoft;
 }
 
-bool NamesNothingElse(const kk::CreateVirtualDiskParameters& parameters)
+bool IsLeftToService(const kk::VirtualStorageType& type)
 {
-    return parameters.openFlags == 0 && parameters.parentVirtualStorageType.deviceId == 0 &&
-           parameters.sourceVirtualStorageType.deviceId == 0;
+    return type.deviceId == kk::kVirtualStorageTypeDeviceUnknown && type.vendorId == kk::Guid{};
 }
 
-/// Checks the geometry that is asked for and fills in defaults.
-bool ReadGeometry(const kk::CreateVirtualDiskParameters& parameters, const Switches& switches, NewImage& image)
+bool HasKnownExtension(const std::filesystem::path& file)
 {
-    image.sizeBytes = parameters.maximumSize;
-    image.sectorBytes = parameters.sectorSizeInBytes != 0 ? parameters.sectorSizeInBytes : 512;
-    image.blockBytes = parameters.blockSizeInBytes != 0 ? parameters.blockSizeInBytes : kDefaultBlockBytes;
-    const uint32_t physicalBytes = parameters.physicalSectorSizeInBytes;
-    if (!IsSectorSize(image.sectorBytes) || (physicalBytes != 0 && !IsSectorSize(physicalBytes))) {
-        return false;
-    }
-    if (physicalBytes != 0 && physicalBytes < image.sectorBytes) {
-        return false;
-    }
-    if (image.blockBytes % kMebibyte != 0 || image.blockBytes > 256 * kMebibyte) {
-        return false;
-    }
-    const uint64_t minimum = switches.minimumVirtualDiskSize ? kMinimumSize : image.sectorBytes;
-    return image.sizeBytes >= minimum && image.sizeBytes <= kMaximumSizeLimit &&
-           image.sizeBytes % image.sectorBytes == 0;
+    constexpr std::array kKnown = {u".vhd", u".vhdx", u".iso"};
+    const std::u16string extension = file.extension().u16string();
+    return std::any_of(kKnown.begin(), kKnown.end(),
+                       [&](std::u16string_view known) { return EqualsIgnoreCase(known, extension); });
 }
 
-/// An attached disk gets a number above all others, so that none that was ever listed comes again at once.
-uint32_t NextDiskNumber(const Machine& machine)
+bool IsOnHost(const std::filesystem::path& file)
 {
-    return machine.Disks().empty() ? 0 : machine.Disks().rbegin()->first + 1;
+    std::error_code ignored;
+    return std::filesystem::exists(file, ignored);
 }
 
 }  // namespace
@@ -69,8 +54,7 @@ uint32_t VirtualDiskService::Create(const CreateRequest& request, kk::NtHandle* 
     if (request.storageType == nullptr || request.path == nullptr || parameters == nullptr || handle == nullptr) {
         return kErrorInvalidParameter;
     }
-    if (request.storageType->deviceId != kk::kVirtualStorageTypeDeviceVhdx ||
-        request.storageType->vendorId != kk::kVirtualStorageTypeVendorMicrosoft) {
+    if (!IsVhdx(*request.storageType)) {
         return kErrorVirtualDiskProviderNotFound;
     }
     // Version 2 takes the place of access masks.
@@ -78,115 +62,88 @@ uint32_t VirtualDiskService::Create(const CreateRequest& request, kk::NtHandle* 
         request.flags != kk::kCreateVirtualDiskFlagNone || request.providerFlags != 0) {
         return kErrorInvalidParameter;
     }
-    if (parameters->parentPath != nullptr || parameters->sourcePath != nullptr || request.overlapped != nullptr) {
+    if (parameters->sourcePath != nullptr || request.overlapped != nullptr) {
         return kErrorNotSupported;
     }
+    const bool isOverlay = parameters->parentPath != nullptr;
     NewImage image;
-    if (!NamesNothingElse(*parameters) || !ReadGeometry(*parameters, machine_.switches, image)) {
+    if (isOverlay ? !LeavesShapeToParent(*parameters) : !ReadImageShape(*parameters, machine_.switches, image)) {
         return kErrorInvalidParameter;
     }
-    if (const uint32_t error = LocateNewFile(request.path, image.file); error != kErrorSuccess) {
+    Location where;
+    if (const uint32_t error = Locate(request.path, where); error != kErrorSuccess) {
         return error;
     }
-    if (const uint32_t error = backEnd_->Create(image); error != kErrorSuccess) {
-        return error;
+    if ((IsOnHost(where.file) && !backEnd_->TakesExistingFiles()) || backEnd_->Knows(where.file)) {
+        return kErrorFileExists;
     }
-    *handle = MakeHandle(image.file);
-    return kErrorSuccess;
+    image.file = where.file;
+    std::vector<std::filesystem::path> parents;
+    const uint32_t error =
+        isOverlay ? CreateOverlay(where.file, parameters->parentPath, parents) : backEnd_->Create(image);
+    if (error == kErrorSuccess) {
+        *handle = MakeHandle(where, std::move(parents), kVirtualDiskAccessAll);
+    }
+    return error;
 }
 
-uint32_t VirtualDiskService::Attach(kk::NtHandle handle, uint32_t flags, uint32_t providerFlags,
-                                    const AttachVirtualDiskParameters* parameters, const void* overlapped)
+uint32_t VirtualDiskService::CreateOverlay(const std::filesystem::path& file, const char16_t* parentPath,
+                                           std::vector<std::filesystem::path>& parents)
 {
-    const std::shared_ptr<Image> image = FindImage(handle);
-    if (image == nullptr) {
-        return kErrorInvalidHandle;
+    Location parent;
+    if (const uint32_t error = LocateExisting(parentPath, parent); error != kErrorSuccess) {
+        return error;
     }
-    if ((flags & ~kKnownAttachFlags) != 0 || providerFlags != 0 ||
-        (parameters != nullptr && parameters->version != 1)) {
+    if (!LetsIn(parent.file, kFileReadData)) {
+        return kErrorSharingViolation;
+    }
+    parents = {parent.file};
+    if (const uint32_t error = FindParents(parent.file, parents); error != kErrorSuccess) {
+        return error;
+    }
+    return backEnd_->CreateOverlay(file, parent.file);
+}
+
+uint32_t VirtualDiskService::Open(const OpenRequest& request, kk::NtHandle* handle)
+{
+    if (request.storageType == nullptr || request.path == nullptr || handle == nullptr) {
         return kErrorInvalidParameter;
     }
-    if (overlapped != nullptr) {
+    if (!IsVhdx(*request.storageType) && !IsLeftToService(*request.storageType)) {
+        return kErrorVirtualDiskProviderNotFound;
+    }
+    if (request.flags != kk::kOpenVirtualDiskFlagNone || request.accessMask == kk::kVirtualDiskAccessNone ||
+        (request.accessMask & ~kVirtualDiskAccessAll) != 0) {
+        return kErrorInvalidParameter;
+    }
+    if (request.parameters != nullptr) {
         return kErrorNotSupported;
     }
-    if (image->attachment) {
-        return kErrorSharingViolation;
-    }
-    auto hold = machine_.drives.shares.TryHold(image->file.string(), kFileReadData | kFileWriteData, 0);
-    if (hold == nullptr) {
-        return kErrorSharingViolation;
-    }
-    OpenedImage opened;
-    if (const uint32_t error = backEnd_->Open(image->file, opened); error != kErrorSuccess) {
+    Location where;
+    if (const uint32_t error = LocateExisting(request.path, where); error != kErrorSuccess) {
         return error;
     }
-    const uint32_t number = NextDiskNumber(machine_);
-    const bool readOnly = (flags & kAttachVirtualDiskFlagReadOnly) != 0;
-    machine_.AddDisk(std::move(opened.storage),
-                     {.sectorSize = opened.sectorBytes, .number = number, .readOnly = readOnly});
-    const bool permanent = (flags & kAttachVirtualDiskFlagPermanentLifetime) != 0;
-    image->attachment.emplace(number, permanent, std::move(hold));
-    return kErrorSuccess;
-}
-
-uint32_t VirtualDiskService::Detach(kk::NtHandle handle, uint32_t flags, uint32_t providerFlags)
-{
-    const std::shared_ptr<Image> image = FindImage(handle);
-    if (image == nullptr) {
-        return kErrorInvalidHandle;
+    if (machine_.switches.virtualDisksByExtension && !IsVhdx(*request.storageType) && !HasKnownExtension(where.file)) {
+        return kErrorVirtualDiskProviderNotFound;
     }
-    if (flags != kk::kDetachVirtualDiskFlagNone || providerFlags != 0) {
-        return kErrorInvalidParameter;
+    std::vector<std::filesystem::path> parents;
+    if (DiskNumberOf(where.file)) {
+        if ((request.accessMask & kk::kVirtualDiskAccessDetach) == 0) {
+            return kErrorSharingViolation;
+        }
+    } else if (!LetsIn(where.file, kFileReadData)) {
+        return kErrorSharingViolation;
+    } else if (const uint32_t error = FindParents(where.file, parents); error != kErrorSuccess) {
+        return error;
     }
-    if (!image->attachment) {
-        return kErrorNotReady;
-    }
-    if (behaviour.detachFailure != 0) {
-        return behaviour.detachFailure;
-    }
-    TakeDiskOut(*image);
-    return kErrorSuccess;
-}
-
-uint32_t VirtualDiskService::GetPhysicalPath(kk::NtHandle handle, uint32_t* sizeInBytes, char16_t* path)
-{
-    const std::shared_ptr<Image> image = FindImage(handle);
-    if (image == nullptr) {
-        return kErrorInvalidHandle;
-    }
-    if (sizeInBytes == nullptr || (path == nullptr && *sizeInBytes != 0)) {
-        return kErrorInvalidParameter;
-    }
-    if (!image->attachment) {
-        return kErrorDeviceNotExist;
-    }
-    if (behaviour.pathFailure != 0) {
-        return behaviour.pathFailure;
-    }
-    const std::u16string truth = u"\\\\.\\PhysicalDrive" + Utf16(std::to_string(image->attachment->diskNumber));
-    const std::u16string text = behaviour.physicalPath.value_or(truth);
-    const size_t units = text.size() + (behaviour.terminatesPath ? 1 : 0);
-    const uint32_t room = std::exchange(*sizeInBytes, static_cast<uint32_t>(units * sizeof(char16_t)));
-    if (room < *sizeInBytes) {
-        return kErrorInsufficientBuffer;
-    }
-    std::memcpy(path, text.c_str(), *sizeInBytes);
+    *handle = MakeHandle(where, std::move(parents), request.accessMask);
     return kErrorSuccess;
 }
 
 std::string VirtualDiskService::NameOf(kk::NtHandle handle) const
 {
-    const std::shared_ptr<Image> image = FindImage(handle);
-    return image != nullptr ? image->file.string() : std::string();
-}
-
-std::optional<uint32_t> VirtualDiskService::DiskNumberOf(const std::filesystem::path& file) const
-{
-    const auto found = images_.find(file);
-    if (found == images_.end() || !found->second->attachment) {
-        return std::nullopt;
-    }
-    return found->second->attachment->diskNumber;
+    const auto opened = machine_.handles.FindService<OpenedHandle>(handle, kHandleKind);
+    return opened != nullptr ? opened->image->file.string() : std::string();
 }
 
 void VirtualDiskService::SetPhysicalPathText(std::u16string text, bool terminated)
@@ -195,29 +152,62 @@ void VirtualDiskService::SetPhysicalPathText(std::u16string text, bool terminate
     behaviour.terminatesPath = terminated;
 }
 
-/// Finds the host's name for a file that is to be created, and sees that it can be.
-uint32_t VirtualDiskService::LocateNewFile(const char16_t* path, std::filesystem::path& file) const
+/// Finds the host's name for a file in a folder that exists.
+uint32_t VirtualDiskService::Locate(const char16_t* path, Location& where) const
 {
-    std::u16string windowsPath = path;
-    std::replace(windowsPath.begin(), windowsPath.end(), u'/', u'\\');
-    const std::optional<std::string> hostPath = machine_.drives.HostPath(windowsPath);
+    where.windowsPath = path;
+    std::replace(where.windowsPath.begin(), where.windowsPath.end(), u'/', u'\\');
+    const std::optional<std::string> hostPath = machine_.drives.HostPath(where.windowsPath);
     if (!hostPath) {
         return kErrorPathNotFound;
     }
-    file = *hostPath;
+    where.file = *hostPath;
     std::error_code ignored;
-    if (!std::filesystem::is_directory(file.parent_path(), ignored)) {
-        return kErrorPathNotFound;
-    }
-    const bool fileExists = std::filesystem::exists(file, ignored) && !backEnd_->TakesExistingFiles();
-    return fileExists || backEnd_->Knows(file) ? kErrorFileExists : kErrorSuccess;
+    return std::filesystem::is_directory(where.file.parent_path(), ignored) ? kErrorSuccess : kErrorPathNotFound;
 }
 
-kk::NtHandle VirtualDiskService::MakeHandle(const std::filesystem::path& file)
+uint32_t VirtualDiskService::LocateExisting(const char16_t* path, Location& where) const
 {
-    std::shared_ptr<Image>& image = images_[file];
+    if (const uint32_t error = Locate(path, where); error != kErrorSuccess) {
+        return error;
+    }
+    std::error_code ignored;
+    if (std::filesystem::is_directory(where.file, ignored)) {
+        return kErrorAccessDenied;
+    }
+    return IsOnHost(where.file) || backEnd_->Knows(where.file) ? kErrorSuccess : kErrorFileNotFound;
+}
+
+/// Checks that a file is an image, and adds what it stands on.
+uint32_t VirtualDiskService::FindParents(std::filesystem::path file, std::vector<std::filesystem::path>& parents)
+{
+    for (size_t count = 0; count < kLongestChain; ++count) {
+        ImageFacts facts;
+        if (const uint32_t error = backEnd_->Inspect(file, facts); error != kErrorSuccess) {
+            return error;
+        }
+        if (facts.parent.empty()) {
+            return kErrorSuccess;
+        }
+        parents.push_back(facts.parent);
+        file = facts.parent;
+    }
+    return kErrorFileCorrupt;
+}
+
+/// Whether those who have the file open share it with somebody who wants so much.
+bool VirtualDiskService::LetsIn(const std::filesystem::path& file, uint32_t fileAccess) const
+{
+    constexpr uint32_t kShareAll = kk::kFileShareRead | kk::kFileShareWrite | kFileShareDelete;
+    return machine_.drives.shares.TryHold(file.string(), fileAccess, kShareAll) != nullptr;
+}
+
+kk::NtHandle VirtualDiskService::MakeHandle(const Location& where, std::vector<std::filesystem::path> parents,
+                                            uint32_t access)
+{
+    std::shared_ptr<Image>& image = images_[where.file];
     if (image == nullptr) {
-        image = std::make_shared<Image>(file);
+        image = std::make_shared<Image>(where.file, where.windowsPath, std::move(parents));
     }
     ++image->handleCount;
     // Handles outlive the service while a machine is taken down.
@@ -226,7 +216,7 @@ kk::NtHandle VirtualDiskService::MakeHandle(const std::filesystem::path& file)
             alive->CloseHandle(*image);
         }
     };
-    return machine_.handles.AddServiceHandle(kHandleKind, close, image);
+    return machine_.handles.AddServiceHandle(kHandleKind, close, std::make_shared<OpenedHandle>(image, access));
 }
 
 void VirtualDiskService::CloseHandle(Image& image)
@@ -234,27 +224,34 @@ void VirtualDiskService::CloseHandle(Image& image)
     if (--image.handleCount != 0) {
         return;
     }
-    if (image.attachment && !image.attachment->permanent) {
+    const bool isPermanent =
+        image.attachment && (image.attachment->flags & kk::kAttachVirtualDiskFlagPermanentLifetime) != 0;
+    if (image.attachment && !isPermanent) {
         TakeDiskOut(image);
     }
-    if (!image.attachment) {
+    ForgetIfUnused(image);
+}
+
+void VirtualDiskService::ForgetIfUnused(const Image& image)
+{
+    if (image.handleCount == 0 && !image.attachment) {
         const std::filesystem::path file = image.file;
         images_.erase(file);
     }
 }
 
-std::shared_ptr<VirtualDiskService::Image> VirtualDiskService::FindImage(kk::NtHandle handle) const
+/// The image behind a handle that was opened for any of `neededAccess`.
+uint32_t VirtualDiskService::UseHandle(kk::NtHandle handle, uint32_t neededAccess, std::shared_ptr<Image>& image) const
 {
-    return machine_.handles.FindService<Image>(handle, kHandleKind);
-}
-
-void VirtualDiskService::TakeDiskOut(Image& image)
-{
-    const uint32_t number = image.attachment->diskNumber;
-    if (machine_.FindDisk(number) != nullptr) {
-        machine_.RemoveDisk(number);
+    const auto opened = machine_.handles.FindService<OpenedHandle>(handle, kHandleKind);
+    if (opened == nullptr) {
+        return kErrorInvalidHandle;
     }
-    image.attachment.reset();
+    if ((opened->access & neededAccess) == 0) {
+        return kErrorAccessDenied;
+    }
+    image = opened->image;
+    return kErrorSuccess;
 }
 
 }  // namespace machine

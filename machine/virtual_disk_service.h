@@ -6,25 +6,29 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "image/virtual_disk_api.h"
 #include "machine/host_drives.h"
+#include "machine/storage_dependency.h"
 #include "machine/virtual_disk_back_end.h"
 
 namespace machine {
 
 class Machine;
 
-/// ATTACH_VIRTUAL_DISK_PARAMETERS, version 1, with the room of later versions.
-struct AttachVirtualDiskParameters {
-    uint32_t version;
-    uint32_t reserved4;
-    uint64_t reserved[2];
-};
-static_assert(sizeof(AttachVirtualDiskParameters) == 24);
-
+inline constexpr uint32_t kVirtualDiskAccessAttachRo = 0x10000;
+inline constexpr uint32_t kVirtualDiskAccessAll = 0x3F0000;
 inline constexpr uint32_t kAttachVirtualDiskFlagReadOnly = 1;
-inline constexpr uint32_t kAttachVirtualDiskFlagPermanentLifetime = 4;
+
+/// Ways in which the dependency query may deviate from the well-behaved one.
+struct DependencyBehaviour {
+    uint32_t failure = 0;                                 // the error that the query ends with
+    bool hasNoEntries = false;                            // success, and nothing in the answer
+    std::optional<DependencyTexts> texts = std::nullopt;  // in the first entry, in place of the true ones
+    uint32_t refusals = 0;                                // so many queries find the buffer too small first
+    std::optional<uint32_t> neededBytes = std::nullopt;   // told with every refusal in place of the true size
+};
 
 /// Ways in which the service may deviate from the well-behaved one.
 struct VirtualDiskBehaviour {
@@ -32,6 +36,7 @@ struct VirtualDiskBehaviour {
     uint32_t pathFailure = 0;    // the error that asking for the physical path ends with
     std::optional<std::u16string> physicalPath = std::nullopt;  // told in place of the true one
     bool terminatesPath = true;
+    DependencyBehaviour dependency = {};
 };
 
 /// The virtual-disk service behind virtdisk.dll. Every function answers with a Win32 error and touches its outputs on
@@ -50,38 +55,76 @@ public:
         const void* overlapped;
     };
     uint32_t Create(const CreateRequest& request, kk::NtHandle* handle);
+
+    struct OpenRequest {
+        const kk::VirtualStorageType* storageType;
+        const char16_t* path;
+        uint32_t accessMask;
+        uint32_t flags;
+        const void* parameters;
+    };
+    uint32_t Open(const OpenRequest& request, kk::NtHandle* handle);
     uint32_t Attach(kk::NtHandle handle, uint32_t flags, uint32_t providerFlags,
-                    const AttachVirtualDiskParameters* parameters, const void* overlapped);
+                    const kk::AttachVirtualDiskParameters* parameters, const void* overlapped);
     uint32_t Detach(kk::NtHandle handle, uint32_t flags, uint32_t providerFlags);
     uint32_t GetPhysicalPath(kk::NtHandle handle, uint32_t* sizeInBytes, char16_t* path);
+    uint32_t GetDependencies(kk::NtHandle disk, uint32_t flags, uint32_t size, kk::StorageDependencyInfo* answer,
+                             uint32_t* sizeUsed);
 
     /// The image file behind a handle, for records; empty when it is no handle of this service.
     std::string NameOf(kk::NtHandle handle) const;
     /// The number of the disk that shows an image, if one does.
     std::optional<uint32_t> DiskNumberOf(const std::filesystem::path& file) const;
+    /// The images that disks show, so that a test can see that none is left behind.
+    std::vector<std::filesystem::path> AttachedImages() const;
 
     /// What GetVirtualDiskPhysicalPath tells from now on; unterminated text leaves the rest of the buffer alone.
     void SetPhysicalPathText(std::u16string text, bool terminated = true);
     VirtualDiskBehaviour behaviour;
 
 private:
+    using Holds = std::vector<std::unique_ptr<ShareTable::Hold>>;
+
     /// A disk that shows an image.
     struct Attachment {
         uint32_t diskNumber;
-        bool permanent;
-        std::unique_ptr<ShareTable::Hold> hold;  // keeps others away from the file
+        uint32_t flags;
+        Holds holds;  // keep others away from the file, and writers away from what it stands on
     };
     /// An image that has handles or is attached.
     struct Image {
         std::filesystem::path file;
+        std::u16string windowsPath;
+        std::vector<std::filesystem::path> parents;  // the nearest first
         uint32_t handleCount = 0;
         std::optional<Attachment> attachment = std::nullopt;
     };
+    /// What a handle stands for.
+    struct OpenedHandle {
+        std::shared_ptr<Image> image;
+        uint32_t access;
+    };
+    /// Where an image lies, by both of its names.
+    struct Location {
+        std::u16string windowsPath = {};
+        std::filesystem::path file = {};
+    };
 
-    uint32_t LocateNewFile(const char16_t* path, std::filesystem::path& file) const;
-    kk::NtHandle MakeHandle(const std::filesystem::path& file);
+    uint32_t CreateOverlay(const std::filesystem::path& file, const char16_t* parentPath,
+                           std::vector<std::filesystem::path>& parents);
+    uint32_t Locate(const char16_t* path, Location& where) const;
+    uint32_t LocateExisting(const char16_t* path, Location& where) const;
+    uint32_t FindParents(std::filesystem::path file, std::vector<std::filesystem::path>& parents);
+    bool LetsIn(const std::filesystem::path& file, uint32_t fileAccess) const;
+    bool HoldFiles(const Image& image, bool readOnly, Holds& holds) const;
+    kk::NtHandle MakeHandle(const Location& where, std::vector<std::filesystem::path> parents, uint32_t access);
     void CloseHandle(Image& image);
-    std::shared_ptr<Image> FindImage(kk::NtHandle handle) const;
+    void ForgetIfUnused(const Image& image);
+    uint32_t UseHandle(kk::NtHandle handle, uint32_t neededAccess, std::shared_ptr<Image>& image) const;
+    static std::u16string PhysicalPathOf(uint32_t diskNumber);
+    std::shared_ptr<Image> FindImageBehind(const OpenFile& file) const;
+    std::vector<StorageDependency> DependenciesOf(const Image& image) const;
+    DependencyTexts TextsFor(uint32_t diskNumber, const std::u16string& windowsPath) const;
     void TakeDiskOut(Image& image);
 
     Machine& machine_;

@@ -171,7 +171,7 @@ void Volumes::Arrive(const std::shared_ptr<Disk>& disk, const kk::PartitionInfor
                      static_cast<uint64_t>(partition.partitionLength)};
     volumes_.push_back(std::make_shared<Volume>(number, std::move(extent), guid, UniqueIdOf(*disk, partition)));
     Register(volumes_.back());
-    if (automaticLetters_ && IsForUsers(partition)) {
+    if (automaticLetters_ && disk->GetsDriveLetters() && IsForUsers(partition)) {
         GiveFirstFreeLetter(*volumes_.back());
     }
 }

@@ -40,7 +40,7 @@ public:
     /// The volume is without its letter after the next rescan of its disk, as happens on real systems.
     static void LoseLetterOnRescan(Volume& volume) { volume.losesLetter_ = true; }
     /// Whether volumes that arrive get the first free letter from C on. Those of partitions that are hidden or that
-    /// only the system uses get none.
+    /// only the system uses get none, nor do those of disks that were attached without letters.
     void SetAutomaticLetters(bool automatic) { automaticLetters_ = automatic; }
     void SetNumber(Volume& volume, uint32_t number);
     /// Leaves the partition without a volume device, also after a rescan.

@@ -138,6 +138,29 @@ TEST_F(FilesTest, DeleteOnCloseDeletesAtTheLastCloseIfOthersAgree)
     EXPECT_FALSE(std::filesystem::exists(folder / "overlay"));
 }
 
+TEST_F(FilesTest, DeletingWhatIsMissingOrHeldFailsAndLeavesAllAsItWas)
+{
+    Put("image", "text");
+    const OpenHow toDelete = {.access = kDelete | kSynchronize, .share = 7, .options = 0x1060};
+
+    EXPECT_EQ(StatusOf(u"\\??\\T:\\missing", toDelete), kObjectNameNotFound);
+    EXPECT_EQ(StatusOf(u"\\??\\T:\\missing\\file", toDelete), kObjectPathNotFound);
+    {
+        const auto hold = machine.drives.shares.TryHold((folder / "image").string(), kFileReadData, kk::kFileShareRead);
+        EXPECT_EQ(StatusOf(u"\\??\\T:\\image", toDelete), kSharingViolation);
+    }
+    EXPECT_TRUE(std::filesystem::exists(folder / "image"));
+}
+
+TEST_F(FilesTest, ADiskOpensForItsAttributesAlone)
+{
+    machine.AddDisk(kMiB);
+    const Handle disk(u"\\??\\PhysicalDrive0", {.access = 0x100080, .options = 0x60});
+
+    EXPECT_EQ(disk.created.status, kSuccess);
+    EXPECT_EQ(disk.Read(0, 512).status, kAccessDenied);
+}
+
 TEST_F(FilesTest, AServiceCanHoldAFileLikeAnOpenHandle)
 {
     Put("image", "text");

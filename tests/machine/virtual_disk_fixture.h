@@ -44,7 +44,41 @@ protected:
         return Entry<kk::CreateVirtualDiskFn>("CreateVirtualDisk")(&storageType_, where.c_str(), access, nullptr, flags,
                                                                    0, &parameters, nullptr, &handle_);
     }
-    uint32_t Attach(uint32_t flags = kk::kAttachVirtualDiskFlagNoDriveLetter, const void* parameters = nullptr)
+    /// Opens as an image of an unstated type.
+    uint32_t Open(uint32_t access = kMountAccess, const std::filesystem::path& file = {})
+    {
+        const kk::VirtualStorageType unknown = {};
+        const std::u16string where = HostDrives::WindowsPath((file.empty() ? ImageFile() : file).string());
+        return Entry<kk::OpenVirtualDiskFn>("OpenVirtualDisk")(&unknown, where.c_str(), access, 0, nullptr, &handle_);
+    }
+    uint32_t CreateOverlay(const std::filesystem::path& file, const std::filesystem::path& parent)
+    {
+        const std::u16string parentPath = HostDrives::WindowsPath(parent.string());
+        kk::CreateVirtualDiskParameters parameters = {};
+        parameters.version = 2;
+        parameters.parentPath = parentPath.c_str();
+        return Create(parameters, 0, 0, HostDrives::WindowsPath(file.string()));
+    }
+    /// Attaches for longer than the handle lives, and closes it.
+    uint32_t AttachForGood(uint32_t moreFlags = 0)
+    {
+        const kk::AttachVirtualDiskParameters parameters = {.version = 1, .reserved4 = 0, .reserved8 = {}};
+        const uint32_t error = Attach(kk::kAttachVirtualDiskFlagPermanentLifetime | moreFlags, &parameters);
+        Close();
+        return error;
+    }
+    /// Takes an image's disk out through a handle of its own.
+    uint32_t Unmount(const std::filesystem::path& file = {})
+    {
+        if (const uint32_t error = Open(kk::kVirtualDiskAccessDetach, file); error != 0) {
+            return error;
+        }
+        const uint32_t error = Detach();
+        Close();
+        return error;
+    }
+    uint32_t Attach(uint32_t flags = kk::kAttachVirtualDiskFlagNoDriveLetter,
+                    const kk::AttachVirtualDiskParameters* parameters = nullptr)
     {
         return Entry<kk::AttachVirtualDiskFn>("AttachVirtualDisk")(handle_, nullptr, flags, 0, parameters, nullptr);
     }
@@ -72,6 +106,8 @@ protected:
         parameters.physicalSectorSizeInBytes = 4096;
         return parameters;
     }
+    static constexpr uint32_t kMountAccess = kk::kVirtualDiskAccessAttachRw | kk::kVirtualDiskAccessGetInfo;
+
     std::filesystem::path ImageFile() const { return folder_.Path() / "image.vhdx"; }
 
     TemporaryFolder folder_;

@@ -67,9 +67,9 @@ TEST_F(MemoryDiskTest, ADiskThatIsNotPermanentGoesWithItsHandle)
 
 TEST_F(MemoryDiskTest, APermanentDiskOutlivesItsHandle)
 {
-    const AttachVirtualDiskParameters parameters = {.version = 1, .reserved4 = 0, .reserved = {}};
+    const kk::AttachVirtualDiskParameters parameters = {.version = 1, .reserved4 = 0, .reserved8 = {}};
     ASSERT_EQ(Create(Parameters(8 * kMiB)), 0u);
-    ASSERT_EQ(Attach(kAttachVirtualDiskFlagPermanentLifetime, &parameters), 0u);
+    ASSERT_EQ(Attach(kk::kAttachVirtualDiskFlagPermanentLifetime, &parameters), 0u);
 
     Close();
 
@@ -230,7 +230,7 @@ TEST_F(MemoryDiskTest, WrongParametersAreRefused)
     }
     EXPECT_EQ(Create(Parameters(64 * kMiB), 1), kErrorInvalidParameter);
     EXPECT_EQ(Create(Parameters(64 * kMiB), 0, 1), kErrorInvalidParameter);
-    EXPECT_EQ(Create(with([](auto& p) { p.parentPath = u"Z:\\parent.vhdx"; })), kErrorNotSupported);
+    EXPECT_EQ(Create(with([](auto& p) { p.sourcePath = u"Z:\\source.vhdx"; })), kErrorNotSupported);
     storageType_.deviceId = 2;
     EXPECT_EQ(Create(Parameters(64 * kMiB)), kErrorVirtualDiskProviderNotFound);
     EXPECT_EQ(machine_->handles.OpenCount(), 0u);

@@ -68,9 +68,10 @@ CountingImages::CountingImages(std::function<void()> wrote) : counter_(std::make
 
 CountingImages::~CountingImages() = default;
 
-uint32_t CountingImages::Open(const std::filesystem::path& file, machine::OpenedImage& disk)
+uint32_t CountingImages::Open(const std::filesystem::path& file, machine::ImageAccess access,
+                              machine::OpenedImage& disk)
 {
-    const uint32_t error = images_.Open(file, disk);
+    const uint32_t error = images_.Open(file, access, disk);
     if (error == machine::kErrorSuccess) {
         counter_->Restart(file);
         disk.storage = std::make_unique<CountingStorage>(

@@ -16,7 +16,15 @@ public:
     ~CountingImages() override;
 
     uint32_t Create(const machine::NewImage& image) override { return images_.Create(image); }
-    uint32_t Open(const std::filesystem::path& file, machine::OpenedImage& disk) override;
+    uint32_t CreateOverlay(const std::filesystem::path& file, const std::filesystem::path& parent) override
+    {
+        return images_.CreateOverlay(file, parent);
+    }
+    uint32_t Inspect(const std::filesystem::path& file, machine::ImageFacts& facts) override
+    {
+        return images_.Inspect(file, facts);
+    }
+    uint32_t Open(const std::filesystem::path& file, machine::ImageAccess access, machine::OpenedImage& disk) override;
 
     /// Bytes written into the file since it was opened; 0 for any file but the one opened last. For any thread.
     uint64_t BytesWritten(const std::filesystem::path& file) const;
