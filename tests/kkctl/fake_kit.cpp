@@ -1,6 +1,7 @@
 #include "fake_kit.h"
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "text.h"
@@ -125,6 +126,89 @@ KK_STATUS KK_CALL Backup(uint32_t disk, const char16_t* image, const uint32_t* n
     return current->backupStatus;
 }
 
+KK_STATUS KK_CALL InspectImage(const char16_t* image, ImageInfoRecord* info, ImagePartitionRecord* records,
+                               uint32_t capacity, uint32_t* count)
+{
+    current->inspectedImages.push_back(kkctl::ToUtf8(image));
+    *count = 0;
+    if (current->inspectStatus >= 0) {
+        *info = current->imageInfo;
+        Answer(current->imagePartitions, records, capacity, count);
+    }
+    return current->inspectStatus;
+}
+
+void AnswerMount(uint32_t* disk)
+{
+    if (current->mountedDisk) {
+        *disk = *current->mountedDisk;
+    }
+}
+
+KK_STATUS KK_CALL MountImage(const char16_t* image, uint32_t* disk)
+{
+    AnswerMount(disk);
+    return Edit("KkMountImage", image);
+}
+
+KK_STATUS KK_CALL UnmountImage(const char16_t* image)
+{
+    return Edit("KkUnmountImage", image);
+}
+
+KK_STATUS KK_CALL QueryDiskImage(uint32_t disk, uint32_t* isImage, char16_t* image, uint32_t imageChars)
+{
+    *isImage = current->diskImage.empty() ? 0 : 1;
+    current->diskImage.copy(image, imageChars);
+    return Edit("KkQueryDiskImage", disk);
+}
+
+KK_STATUS KK_CALL RestorePartitions(const char16_t* image, const char16_t* target, const uint32_t* numbers,
+                                    uint32_t numberCount, int32_t writesTable)
+{
+    std::string list = numbers == nullptr ? "null" : "";
+    for (uint32_t i = 0; i < numberCount; ++i) {
+        list += (i > 0 ? " " : "") + std::to_string(numbers[i]);
+    }
+    const std::u16string wideList(list.begin(), list.end());
+    return Edit("KkRestorePartitions", image, target, wideList.c_str(), static_cast<uint32_t>(writesTable));
+}
+
+KK_STATUS KK_CALL RestoreToFreeSpace(const char16_t* image, uint32_t partition, uint32_t disk, uint64_t start,
+                                     uint64_t length, int32_t keepsSize)
+{
+    return Edit("KkRestoreToFreeSpace", image, partition, disk, start, length, static_cast<uint32_t>(keepsSize));
+}
+
+KK_STATUS KK_CALL RestoreToVolume(const char16_t* image, uint32_t partition, const char16_t* volume, uint32_t extends)
+{
+    return Edit("KkRestoreToVolume", image, partition, volume, extends);
+}
+
+KK_STATUS KK_CALL CloneVolume(const char16_t* source, const char16_t* target, uint32_t extends)
+{
+    return Edit("KkCloneVolume", source, target, extends);
+}
+
+KK_STATUS KK_CALL MountImageOverlay(const char16_t* image, const char16_t* overlay, uint32_t* disk)
+{
+    AnswerMount(disk);
+    return Edit("KkMountImageOverlay", image, overlay);
+}
+
+KK_STATUS KK_CALL DiscardOverlay(const char16_t* overlay)
+{
+    if (!current->deletedFile.empty()) {
+        std::filesystem::remove(current->deletedFile);
+    }
+    return Edit("KkDiscardOverlay", overlay);
+}
+
+KK_STATUS KK_CALL RecoverShrinkToFit(const char16_t* image, int32_t partition, uint32_t disk, uint64_t start)
+{
+    return Edit("KkRecoverShrinkToFit", image, static_cast<uint32_t>(partition), disk, start);
+}
+
 class FakeKit : public kkctl::Kit {
 public:
     FakeKit()
@@ -140,6 +224,17 @@ public:
         exports_.formatPartition = FormatPartition;
         exports_.reboot = Reboot;
         exports_.backup = Backup;
+        exports_.inspectImage = InspectImage;
+        exports_.mountImage = MountImage;
+        exports_.unmountImage = UnmountImage;
+        exports_.queryDiskImage = QueryDiskImage;
+        exports_.restorePartitions = RestorePartitions;
+        exports_.restoreToFreeSpace = RestoreToFreeSpace;
+        exports_.restoreToVolume = RestoreToVolume;
+        exports_.cloneVolume = CloneVolume;
+        exports_.mountImageOverlay = MountImageOverlay;
+        exports_.discardOverlay = DiscardOverlay;
+        exports_.recoverShrinkToFit = RecoverShrinkToFit;
     }
 
     bool IsSimulated() const override { return current->isSimulated; }
@@ -166,6 +261,15 @@ KkPartitionInfo PartitionAt(uint64_t start, uint64_t length)
 {
     KkPartitionInfo partition = {};
     partition.startOffset = start;
+    partition.length = length;
+    return partition;
+}
+
+ImagePartitionRecord ImagePartitionAt(uint32_t number, uint64_t offset, uint64_t length)
+{
+    ImagePartitionRecord partition = {};
+    partition.number = number;
+    partition.offset = offset;
     partition.length = length;
     return partition;
 }

@@ -30,15 +30,22 @@ struct FakeLibrary {
     std::vector<KkDiskInfo> disks;
     std::vector<KkPartitionInfo> partitions;
     KK_STATUS partitionsStatus = KK_STATUS_SUCCESS;
-    KK_STATUS editStatus = KK_STATUS_SUCCESS;  ///< of every call that changes a disk, a volume or the machine
+    KK_STATUS editStatus = KK_STATUS_SUCCESS;  ///< of every call that changes something, but not of KkBackup
     uint64_t createdStart = 0;
     bool isSimulated = true;
     KK_STATUS backupStatus = KK_STATUS_SUCCESS;
     std::optional<BackupResult> backupResult;  ///< none: the record stays untouched
     std::string createdFile;                   ///< a file that KkBackup makes, if any
+    ImageInfoRecord imageInfo = {};
+    std::vector<ImagePartitionRecord> imagePartitions;
+    KK_STATUS inspectStatus = KK_STATUS_SUCCESS;
+    std::optional<uint32_t> mountedDisk = 5;  ///< none: the number stays untouched
+    std::u16string diskImage;                 ///< the image behind every disk; empty: none
+    std::string deletedFile;                  ///< a file that KkDiscardOverlay deletes, if any
 
     std::vector<uint32_t> listedDisks;
-    std::vector<std::string> edits;  ///< the calls above, "KkDeletePartition(0, 1048576)"
+    std::vector<std::string> inspectedImages;
+    std::vector<std::string> edits;  ///< the calls that change something, "KkDeletePartition(0, 1048576)"
     std::vector<BackupCall> backups;
     std::vector<std::string> openedDisks;
     std::string openedDll;
@@ -51,6 +58,9 @@ void SetText(void* field, std::u16string_view text);
 
 /// A partition without anything but a place.
 KkPartitionInfo PartitionAt(uint64_t start, uint64_t length);
+
+/// A partition of an image without type and name.
+ImagePartitionRecord ImagePartitionAt(uint32_t number, uint64_t offset, uint64_t length);
 
 /// Runs command lines against the pretended library.
 class CommandLineTest : public testing::Test {

@@ -38,8 +38,17 @@ TEST(StatusNamesTest, StatusesOfTheSystemBearItsNames)
 {
     EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0xC0000043)),
               "0xC0000043 STATUS_SHARING_VIOLATION (the file or device is in use by another program)");
-    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0x80070002)),
-              "0x80070002 HRESULT of ERROR_FILE_NOT_FOUND (the file does not exist)");
+    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0x80070050)),
+              "0x80070050 HRESULT of ERROR_FILE_EXISTS (the file exists already)");
+}
+
+TEST(StatusNamesTest, OtherResultsTellTheSystemErrorThatIsInThem)
+{
+    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0x800700E8)),
+              "0x800700E8 (system error 232, which \"net helpmsg 232\" explains)");
+    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0x8007000D)),
+              "0x8007000D (system error 13, which \"net helpmsg 13\" explains; "
+              "or 0xC03A000D of the virtual-disk service, cut to 16 bits)");
 }
 
 TEST(StatusNamesTest, UnknownStatusesKeepTheirNumber)
@@ -96,7 +105,7 @@ TEST(ProgressTest, TheLineTellsAmountShareAndRate)
     EXPECT_EQ(ProgressLine(16 << 20, {64 << 20, false}, milliseconds(500)), "16.0 MiB of 64.0 MiB (25 %), 32.0 MiB/s");
     EXPECT_EQ(ProgressLine(65 << 20, {64 << 20, true}, milliseconds(1000)),
               "65.0 MiB of at most 64.0 MiB (100 %), 65.0 MiB/s");
-    EXPECT_EQ(ProgressLine(512, {0, false}, milliseconds(1000)), "512 B of 0 B, 512 B/s");
+    EXPECT_EQ(ProgressLine(512, {0, false}, milliseconds(1000)), "512 B, 512 B/s");
 }
 
 TEST(ProgressTest, ALineIsWipedOutByTheNextAndInTheEnd)

@@ -3,26 +3,38 @@
 #include <CLI/CLI.hpp>
 
 #include "commands/backup.h"
+#include "commands/clone.h"
 #include "commands/create.h"
 #include "commands/delete.h"
+#include "commands/discard.h"
 #include "commands/disks.h"
 #include "commands/extend.h"
 #include "commands/format.h"
+#include "commands/inspect.h"
 #include "commands/letter.h"
+#include "commands/mount.h"
 #include "commands/mountpoint.h"
+#include "commands/overlay.h"
 #include "commands/partitions.h"
+#include "commands/query.h"
 #include "commands/reboot.h"
+#include "commands/recover.h"
+#include "commands/restore.h"
+#include "commands/restore_free.h"
+#include "commands/restore_volume.h"
 #include "commands/shell.h"
 #include "commands/shrink.h"
+#include "commands/unmount.h"
 #include "host_options.h"
 
 namespace kkctl {
 
 namespace {
 
-constexpr void (*kCommands[])(CLI::App& app, Context& context) = {AddDisks,      AddPartitions, AddCreate, AddDelete,
-                                                                  AddExtend,     AddShrink,     AddFormat, AddLetter,
-                                                                  AddMountpoint, AddBackup,     AddReboot};
+constexpr void (*kCommands[])(CLI::App& app, Context& context) = {
+    AddDisks,      AddPartitions, AddCreate,  AddDelete,  AddExtend,      AddShrink,        AddFormat,  AddLetter,
+    AddMountpoint, AddBackup,     AddInspect, AddRestore, AddRestoreFree, AddRestoreVolume, AddRecover, AddClone,
+    AddMount,      AddUnmount,    AddQuery,   AddOverlay, AddDiscard,     AddReboot};
 
 void AddKitOptions(CLI::App& app, Context& context)
 {
@@ -53,7 +65,7 @@ int RunCommand(const Context& context)
             return kExitFailure;
         }
         return exitCode;
-    } catch (const PathError& error) {
+    } catch (const ArgumentError& error) {
         context.Err() << "kkctl: " << error.what() << '\n';
         return kExitUsage;
     } catch (const std::exception& error) {
@@ -92,7 +104,7 @@ int ParseAndRun(CLI::App& app, const std::vector<std::string>& arguments, const 
 int RunCommandLine(const std::vector<std::string>& arguments, const Environment& environment)
 {
     Context context(environment);
-    CLI::App app("Lists, edits and backs up disks.", "kkctl");
+    CLI::App app("Lists, edits, backs up and restores disks.", "kkctl");
     AddCommonParts(app, context);
     AddKitOptions(app, context);
     AddShell(app, context);

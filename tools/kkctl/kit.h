@@ -26,6 +26,17 @@ struct Exports {
     decltype(&KkFormatPartition) formatPartition = nullptr;
     decltype(&KkReboot) reboot = nullptr;
     decltype(&KkBackup) backup = nullptr;
+    decltype(&KkInspectImage) inspectImage = nullptr;
+    decltype(&KkMountImage) mountImage = nullptr;
+    decltype(&KkUnmountImage) unmountImage = nullptr;
+    decltype(&KkQueryDiskImage) queryDiskImage = nullptr;
+    decltype(&KkRestorePartitions) restorePartitions = nullptr;
+    decltype(&KkRestoreToFreeSpace) restoreToFreeSpace = nullptr;
+    decltype(&KkRestoreToVolume) restoreToVolume = nullptr;
+    decltype(&KkCloneVolume) cloneVolume = nullptr;
+    decltype(&KkMountImageOverlay) mountImageOverlay = nullptr;
+    decltype(&KkDiscardOverlay) discardOverlay = nullptr;
+    decltype(&KkRecoverShrinkToFit) recoverShrinkToFit = nullptr;
 
     /// Shows every slot with its function's name to `visit`.
     template <typename Visitor>
@@ -42,6 +53,17 @@ struct Exports {
         visit("KkFormatPartition", formatPartition);
         visit("KkReboot", reboot);
         visit("KkBackup", backup);
+        visit("KkInspectImage", inspectImage);
+        visit("KkMountImage", mountImage);
+        visit("KkUnmountImage", unmountImage);
+        visit("KkQueryDiskImage", queryDiskImage);
+        visit("KkRestorePartitions", restorePartitions);
+        visit("KkRestoreToFreeSpace", restoreToFreeSpace);
+        visit("KkRestoreToVolume", restoreToVolume);
+        visit("KkCloneVolume", cloneVolume);
+        visit("KkMountImageOverlay", mountImageOverlay);
+        visit("KkDiscardOverlay", discardOverlay);
+        visit("KkRecoverShrinkToFit", recoverShrinkToFit);
     }
 };
 
@@ -58,10 +80,16 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A path that cannot be handed to the library.
-class PathError : public std::runtime_error {
+/// The user named something that is not there or cannot be handed to the library.
+class ArgumentError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+};
+
+/// A path that cannot be handed to the library.
+class PathError : public ArgumentError {
+public:
+    using ArgumentError::ArgumentError;
 };
 
 /// The loaded library, and what depends on where the program runs.

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include <kestrelkit/kestrelkit.h>
+
 namespace kkctl {
 
 namespace {
@@ -57,6 +59,18 @@ std::string FormatGuid(const GuidBytes& guid)
         text.push_back(kDigits[byte & 15]);
     }
     return text;
+}
+
+const char* StyleName(uint32_t style)
+{
+    switch (style) {
+    case KK_PARTITION_STYLE_MBR:
+        return "MBR";
+    case KK_PARTITION_STYLE_GPT:
+        return "GPT";
+    default:
+        return "RAW";
+    }
 }
 
 std::string GptTypeName(const GuidBytes& type)

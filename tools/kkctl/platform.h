@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -17,6 +18,9 @@ bool ErrorIsTerminal();
 
 /// One line of standard input as UTF-8, without its end; nothing when there are no more.
 std::optional<std::string> ReadInputLine();
+
+/// Bytes that this process has written so far, whatever to. For any thread.
+uint64_t ProcessBytesWritten();
 
 /// Makes a console show UTF-8 while the object lives.
 class Utf8Console {

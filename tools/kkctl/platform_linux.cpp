@@ -1,6 +1,7 @@
 #include "platform.h"
 
 #include <condition_variable>
+#include <fstream>
 #include <iostream>
 #include <mutex>
 #include <stop_token>
@@ -29,6 +30,18 @@ std::optional<std::string> ReadInputLine()
 {
     std::string line;
     return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
+}
+
+uint64_t ProcessBytesWritten()
+{
+    std::ifstream counters("/proc/self/io");
+    for (std::string line; std::getline(counters, line);) {
+        constexpr std::string_view kWritten = "wchar: ";
+        if (line.starts_with(kWritten)) {
+            return std::stoull(line.substr(kWritten.size()));
+        }
+    }
+    return 0;
 }
 
 Utf8Console::Utf8Console() = default;

@@ -72,6 +72,12 @@ std::optional<std::string> ReadInputLine()
     return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
 }
 
+uint64_t ProcessBytesWritten()
+{
+    IO_COUNTERS counters = {};
+    return GetProcessIoCounters(GetCurrentProcess(), &counters) ? counters.WriteTransferCount : 0;
+}
+
 Utf8Console::Utf8Console() : previousCodePage_(GetConsoleOutputCP())
 {
     SetConsoleOutputCP(CP_UTF8);

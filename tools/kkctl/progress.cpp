@@ -14,9 +14,9 @@ constexpr std::chrono::milliseconds kRefresh{250};
 
 std::string ProgressLine(uint64_t writtenBytes, const ProgressPlan& plan, std::chrono::milliseconds elapsed)
 {
-    std::string line =
-        FormatSize(writtenBytes) + (plan.isUpperBound ? " of at most " : " of ") + FormatSize(plan.bytes);
+    std::string line = FormatSize(writtenBytes);
     if (plan.bytes > 0) {
+        line += (plan.isUpperBound ? " of at most " : " of ") + FormatSize(plan.bytes);
         // The partition table and the image's own structures can lift the figure a little over the plan.
         const auto part = static_cast<double>(writtenBytes) / static_cast<double>(plan.bytes);
         line += " (" + std::to_string(static_cast<int>(std::min(part, 1.0) * 100)) + " %)";

@@ -12,7 +12,7 @@ namespace kkctl {
 
 /// How much there is to do.
 struct ProgressPlan {
-    uint64_t bytes = 0;
+    uint64_t bytes = 0;         ///< 0: not known
     bool isUpperBound = false;  ///< less will do when free clusters are left out
 };
 

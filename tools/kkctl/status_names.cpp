@@ -33,8 +33,11 @@ constexpr StatusName kStatusNames[] = {
      "a partition table has no unused entry, or there is no room for the data"},
     {Value(KK_STATUS_NOT_SUPPORTED), "KK_STATUS_NOT_SUPPORTED",
      "the operation does not apply, or the device does not support it"},
-    {Value(KK_STATUS_REGISTRY_CORRUPT), "KK_STATUS_REGISTRY_CORRUPT", "the partition table is damaged"},
+    {Value(KK_STATUS_REGISTRY_CORRUPT), "KK_STATUS_REGISTRY_CORRUPT",
+     "the partition table or the image is damaged, or is none at all"},
     {Value(KK_STATUS_NOT_FOUND), "KK_STATUS_NOT_FOUND", "a system library or one of its functions is missing"},
+    {Value(KK_E_FILE_NOT_FOUND), "KK_E_FILE_NOT_FOUND",
+     "the virtual-disk service did not open the file: it is missing, no image, in use or attached already"},
     {Value(KK_E_ACCESSDENIED), "KK_E_ACCESSDENIED", "access is denied, or the system refused the mount point"},
 
     {0x80000005, "STATUS_BUFFER_OVERFLOW", "the answer did not fit its buffer"},
@@ -97,10 +100,15 @@ constexpr StatusName kStatusNames[] = {
     {0xC0210000, "STATUS_FVE_LOCKED_VOLUME", "the volume is encrypted and locked"},
 
     {0x80004001, "E_NOTIMPL", "the system does not implement this request"},
-    {0x80070002, "HRESULT of ERROR_FILE_NOT_FOUND", "the file does not exist"},
+    {0x80070001, "HRESULT of ERROR_INVALID_FUNCTION",
+     "the request is not known, or the virtual-disk service gave no handle"},
     {0x80070003, "HRESULT of ERROR_PATH_NOT_FOUND", "the folder does not exist"},
-    {0x80070015, "HRESULT of ERROR_NOT_READY", "the device is not ready"},
+    {0x8007000E, "HRESULT of ERROR_OUTOFMEMORY", "memory ran out"},
+    {0x80070013, "HRESULT of ERROR_WRITE_PROTECT", "the disk or file is write-protected"},
+    {0x80070015, "HRESULT of ERROR_NOT_READY", "the device is not ready, or the disk is not a virtual one"},
     {0x80070020, "HRESULT of ERROR_SHARING_VIOLATION", "the file is in use by another program"},
+    {0x80070021, "HRESULT of ERROR_LOCK_VIOLATION", "another program has locked a part of the file"},
+    {0x80070032, "HRESULT of ERROR_NOT_SUPPORTED", "the system does not support this request"},
     {0x80070037, "HRESULT of ERROR_DEV_NOT_EXIST", "the virtual disk is not attached"},
     {0x80070050, "HRESULT of ERROR_FILE_EXISTS", "the file exists already"},
     {0x80070057, "HRESULT of ERROR_INVALID_PARAMETER", "an argument is not valid"},
@@ -108,6 +116,7 @@ constexpr StatusName kStatusNames[] = {
     {0x80070078, "HRESULT of ERROR_CALL_NOT_IMPLEMENTED", "the system does not implement this request"},
     {0x8007007A, "HRESULT of ERROR_INSUFFICIENT_BUFFER", "a buffer is too small"},
     {0x80070091, "HRESULT of ERROR_DIR_NOT_EMPTY", "the folder is not empty"},
+    {0x800700AA, "HRESULT of ERROR_BUSY", "the file or device is in use"},
     {0x800700B7, "HRESULT of ERROR_ALREADY_EXISTS", "the file exists already"},
     {0x80070522, "HRESULT of ERROR_PRIVILEGE_NOT_HELD", "the process lacks a privilege"},
     {0x80070570, "HRESULT of ERROR_FILE_CORRUPT", "the file is damaged"},
@@ -129,19 +138,45 @@ constexpr bool AllDifferent()
 }
 static_assert(AllDifferent(), "a status has one name");
 
+std::string Hexadecimal(uint32_t value)
+{
+    char number[11];
+    (void)std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(value));
+    return number;
+}
+
+/// What is known of a result that has none of the names above.
+std::string DescribeUnnamed(uint32_t value)
+{
+    constexpr uint32_t kWin32Results = 0x80070000;
+    constexpr uint32_t kVirtualDiskErrors = 0xC03A0000;
+    constexpr uint32_t kLastVirtualDiskError = 0x30;
+    if ((value >> 31) == 0) {
+        return "(success)";
+    }
+    if ((value & 0xFFFF0000) != kWin32Results) {
+        return "(a status of the system without a name here)";
+    }
+    const uint32_t error = value & 0xFFFF;
+    const std::string decimal = std::to_string(error);
+    std::string text = "(system error " + decimal + ", which \"net helpmsg " + decimal + "\" explains";
+    if (error <= kLastVirtualDiskError) {
+        text += "; or " + Hexadecimal(kVirtualDiskErrors | error) + " of the virtual-disk service, cut to 16 bits";
+    }
+    return text + ")";
+}
+
 }  // namespace
 
 std::string DescribeStatus(KK_STATUS status)
 {
     const uint32_t value = Value(status);
-    char number[11];
-    (void)std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(value));
     for (const StatusName& known : kStatusNames) {
         if (known.value == value) {
-            return std::string(number) + " " + known.name + " (" + known.meaning + ")";
+            return Hexadecimal(value) + " " + known.name + " (" + known.meaning + ")";
         }
     }
-    return std::string(number) + (status < 0 ? " (a status of the system without a name here)" : " (success)");
+    return Hexadecimal(value) + " " + DescribeUnnamed(value);
 }
 
 }  // namespace kkctl

@@ -1,7 +1,5 @@
 #include "backup.h"
 
-#include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <optional>
 
@@ -10,8 +8,9 @@
 #include "arguments.h"
 #include "backup_report.h"
 #include "context.h"
+#include "files.h"
 #include "inventory.h"
-#include "number_list.h"
+#include "partition_choice.h"
 #include "progress.h"
 
 namespace kkctl {
@@ -23,8 +22,7 @@ constexpr size_t kMaxSetIdBytes = 63;  // the library would cut a longer one
 struct Arguments {
     uint32_t disk = 0;
     std::string image;
-    std::string partitionList;
-    std::vector<uint32_t> partitions;  ///< empty: all
+    PartitionChoice partitions;
     bool usedBlocks = false;
     bool removeOmitted = false;
     bool snapshots = false;
@@ -34,45 +32,11 @@ struct Arguments {
     uint32_t setCount = 1;
 };
 
-bool FileExists(const std::string& path)
-{
-    std::error_code error;
-    return std::filesystem::exists(std::filesystem::path(std::u8string(path.begin(), path.end())), error);
-}
-
-bool IsChosen(const Arguments& arguments, uint32_t number)
-{
-    const auto& chosen = arguments.partitions;
-    return chosen.empty() || std::find(chosen.begin(), chosen.end(), number) != chosen.end();
-}
-
-/// The first chosen number that no partition has: the library would silently leave it out of the backup.
-std::optional<uint32_t> FindMissing(const Arguments& arguments, const std::vector<Partition>& partitions)
-{
-    for (const uint32_t number : arguments.partitions) {
-        const auto hasNumber = [number](const Partition& partition) { return partition.number == number; };
-        if (std::none_of(partitions.begin(), partitions.end(), hasNumber)) {
-            return number;
-        }
-    }
-    return std::nullopt;
-}
-
-ProgressPlan PlanOf(const Arguments& arguments, const std::vector<Partition>& partitions)
-{
-    ProgressPlan plan = {0, arguments.usedBlocks};
-    for (const Partition& partition : partitions) {
-        plan.bytes += IsChosen(arguments, partition.number) ? partition.length : 0;
-    }
-    return plan;
-}
-
 KK_STATUS CallLibrary(Kit& kit, const Arguments& arguments, BackupResult& result)
 {
     const WideString path = kit.ToLibraryPath(arguments.image);
-    return kit.Calls().backup(arguments.disk, path.c_str(),
-                              arguments.partitions.empty() ? nullptr : arguments.partitions.data(),
-                              static_cast<uint32_t>(arguments.partitions.size()), arguments.usedBlocks ? 1 : 0,
+    return kit.Calls().backup(arguments.disk, path.c_str(), arguments.partitions.Pointer(),
+                              arguments.partitions.Count(), arguments.usedBlocks ? 1 : 0,
                               arguments.removeOmitted ? 1 : 0, arguments.snapshots ? 1 : 0,
                               arguments.setId.empty() ? nullptr : arguments.setId.c_str(), arguments.setIndex,
                               arguments.setCount, arguments.compact ? 1 : 0, &result);
@@ -95,10 +59,10 @@ int RunBackup(Context& context, const Arguments& arguments)
 {
     Kit& kit = context.OpenedKit();
     std::vector<Partition> partitions;
-    const bool needsList = context.ErrorIsTerminal() || !arguments.partitions.empty();
+    const bool needsList = context.ErrorIsTerminal() || arguments.partitions.Count() > 0;
     const KK_STATUS listStatus = needsList ? ListPartitions(kit, arguments.disk, partitions) : KK_STATUS_SUCCESS;
     if (needsList && listStatus >= 0) {
-        if (const std::optional<uint32_t> missing = FindMissing(arguments, partitions)) {
+        if (const std::optional<uint32_t> missing = arguments.partitions.FirstMissingIn(partitions)) {
             context.Err() << "kkctl: disk " << arguments.disk << " has no partition " << *missing << '\n';
             return kExitUsage;
         }
@@ -110,7 +74,7 @@ int RunBackup(Context& context, const Arguments& arguments)
     report.result.reserved12 = kUntouched;
     std::optional<Progress> progress;
     if (context.ErrorIsTerminal() && listStatus >= 0 && !existedBefore) {
-        progress.emplace(context.Err(), PlanOf(arguments, partitions),
+        progress.emplace(context.Err(), ProgressPlan{arguments.partitions.BytesIn(partitions), arguments.usedBlocks},
                          [&] { return kit.ImageBytesWritten(arguments.image); });
     }
     const KK_STATUS status = CallLibrary(kit, arguments, report.result);
@@ -134,13 +98,7 @@ void AddOptions(CLI::App& command, Arguments& arguments)
     command.add_option("IMAGE", arguments.image, "The VHDX file to create; it must not exist")
         ->required()
         ->type_name("");
-    command.add_option("--partitions", arguments.partitionList, "Numbers of the partitions to back up (default: all)")
-        ->type_name("N,N,...")
-        ->check([&arguments](const std::string& text) {
-            const auto numbers = ParseNumberList(text);
-            arguments.partitions = numbers.value_or(std::vector<uint32_t>{});
-            return numbers ? std::string() : "must be numbers with commas between them: " + text;
-        });
+    AddPartitionsOption(command, arguments.partitions, "Numbers of the partitions to back up (default: all)");
     command.add_flag("--used-blocks", arguments.usedBlocks, "Copy only the clusters that NTFS has in use");
     command.add_flag("--remove-omitted", arguments.removeOmitted,
                      "Leave partitions that were not chosen out of the image's table, instead of keeping them empty");

@@ -5,24 +5,13 @@
 
 #include "context.h"
 #include "inventory.h"
+#include "partition_types.h"
 #include "sizes.h"
 #include "table.h"
 
 namespace kkctl {
 
 namespace {
-
-const char* StyleName(uint32_t style)
-{
-    switch (style) {
-    case KK_PARTITION_STYLE_MBR:
-        return "MBR";
-    case KK_PARTITION_STYLE_GPT:
-        return "GPT";
-    default:
-        return "RAW";
-    }
-}
 
 void PrintJson(std::ostream& out, const std::vector<Disk>& disks)
 {

@@ -7,7 +7,7 @@
 
 #include "arguments.h"
 #include "context.h"
-#include "text.h"
+#include "files.h"
 
 namespace kkctl {
 
@@ -20,20 +20,11 @@ struct Arguments {
     std::string directory;
 };
 
-WideString DirectoryPath(const Kit& kit, const std::string& directory)
-{
-    WideString path = kit.ToLibraryPath(directory);
-    if (path.size() > kMaxDirectoryUnits) {
-        throw PathError("'" + directory + "' is too long for a mount point");
-    }
-    return path;
-}
-
 int RunMountpoint(Context& context, const Arguments& arguments)
 {
     const Kit& kit = context.OpenedKit();
     const Place& place = arguments.place;
-    const WideString path = DirectoryPath(kit, arguments.directory);
+    const WideString path = LibraryPathWithin(kit, arguments.directory, kMaxDirectoryUnits, "a mount point");
     const KK_STATUS status = kit.Calls().addMountPoint(place.disk, place.start, path.c_str());
     if (status < 0) {
         return context.Fail("mounting " + NameOf(place) + " on " + arguments.directory, status);
