@@ -39,7 +39,9 @@ public:
         if (run.status != 0 || copies != 1) {
             throw std::runtime_error("the backup ended with " + StatusText(run.status));
         }
-        Work work = library_.TransferWork();
+        // The volume or disk that transfers come from is opened for reading alone, so a write to a disk is one to the
+        // image.
+        Work work = library_.TransferWork("PhysicalDrive");
         work.bytes = run.result.bytesCopied;
         if (work_.bytes != 0 && work != work_) {
             throw std::runtime_error("two backups of the same disk did not do the same");

@@ -11,16 +11,6 @@ namespace bench {
 using machine::CallKind;
 using machine::CallRecord;
 
-namespace {
-
-/// The volume or disk that transfers come from is opened for reading alone, so a write to a disk is one to the image.
-bool IsImageWrite(const CallRecord& call)
-{
-    return call.kind == CallKind::WriteFile && call.object.find("PhysicalDrive") != std::string::npos;
-}
-
-}  // namespace
-
 LibraryMachine::LibraryMachine(const std::filesystem::path& dll, std::shared_ptr<machine::VirtualDiskBackEnd> images,
                                machine::ImportResolver resolver)
     : dll_(dll, {.resolver = std::move(resolver)}), api_(machine::ApiFromDll(dll_))
@@ -29,31 +19,49 @@ LibraryMachine::LibraryMachine(const std::filesystem::path& dll, std::shared_ptr
     machine::InstallVirtualDiskService(machine_, std::move(images));
 }
 
-BackupRun LibraryMachine::Backup(const std::filesystem::path& image, bool usedBlocksOnly)
+Run LibraryMachine::Call(const std::function<KK_STATUS(const machine::KestrelkitApi&)>& call)
 {
-    const std::u16string path = machine::HostDrives::WindowsPath(image.string());
     machine_.journal.Clear();
     machine_.heap.ResetCounters();
-    BackupRun run;
+    Run run;
     const double cpuStarted = ThreadCpuSeconds();
     const double started = NowSeconds();
-    run.status = api_.backup(0, path.c_str(), nullptr, 0, usedBlocksOnly ? 1 : 0, 0, 0, "bench", 0, 1, 0, &run.result);
+    run.status = call(api_);
     run.cost = {NowSeconds() - started, ThreadCpuSeconds() - cpuStarted};
     return run;
 }
 
-Work LibraryMachine::TransferWork() const
+BackupRun LibraryMachine::Backup(const std::filesystem::path& image, bool usedBlocksOnly)
+{
+    const std::u16string path = LibraryPath(image);
+    BackupRun backup;
+    const Run run = Call([&](const machine::KestrelkitApi& api) {
+        return api.backup(0, path.c_str(), nullptr, 0, usedBlocksOnly ? 1 : 0, 0, 0, "bench", 0, 1, 0, &backup.result);
+    });
+    backup.status = run.status;
+    backup.cost = run.cost;
+    return backup;
+}
+
+Work LibraryMachine::TransferWork(const std::string& target) const
 {
     Work work;
     for (const CallRecord& call : Calls()) {
-        if (call.kind != CallKind::ReadFile && !IsImageWrite(call)) {
+        const bool write = call.kind == CallKind::WriteFile && call.object.find(target) != std::string::npos;
+        if (call.kind != CallKind::ReadFile && !write) {
             continue;
         }
-        ++(call.kind == CallKind::ReadFile ? work.reads : work.writes);
+        ++(write ? work.writes : work.reads);
+        work.bytes += write ? call.length : 0;
         work.largestTransfer = std::max(work.largestTransfer, call.length);
     }
     work.heapBytes = machine_.heap.PeakBytes();
     return work;
+}
+
+std::u16string LibraryPath(const std::filesystem::path& file)
+{
+    return machine::HostDrives::WindowsPath(file.string());
 }
 
 std::string StatusText(KK_STATUS status)

@@ -9,6 +9,7 @@
 #include "copy_figures.h"
 #include "primitive_figures.h"
 #include "report.h"
+#include "restore_figures.h"
 #include "settings.h"
 
 namespace {
@@ -29,6 +30,15 @@ std::vector<bench::Figure> MeasureGroup(const std::string& group, const bench::S
     if (group == "used-blocks") {
         return {bench::MeasureUsedBlockCopy(settings)};
     }
+    if (group == "restore") {
+        return bench::MeasureRestores(settings);
+    }
+    if (group == "clone") {
+        return {bench::MeasureClone(settings)};
+    }
+    if (group == "zero-test") {
+        return {bench::MeasureZeroTest(settings)};
+    }
     return group == "bitmap" ? bench::MeasureBitmapScans(settings) : bench::MeasurePrimitives(settings);
 }
 
@@ -37,7 +47,8 @@ std::vector<bench::Figure> MeasureGroup(const std::string& group, const bench::S
 int main(int argc, char** argv)
 {
     bench::Settings settings;
-    const std::vector<std::string> allGroups = {"whole-copy", "used-blocks", "bitmap", "primitives"};
+    const std::vector<std::string> allGroups = {"whole-copy", "used-blocks", "restore",   "clone",
+                                                "zero-test",  "bitmap",      "primitives"};
     std::vector<std::string> groups;
     bool json = false;
     CLI::App app("Measures KestrelkitCore.dll against named peers, in pairs of runs.");
