@@ -134,6 +134,9 @@ TEST_F(MemoryOverlayTest, AnOverlayStandsOnAnotherOne)
     machine_->FindDisk(1)->WriteBytes(9 * kMiB, std::vector<uint8_t>(512, 0x44));
     EXPECT_EQ(machine_->FindDisk(1)->ReadBytes(9 * kMiB + 511, 2), std::vector<uint8_t>({0x44, 0x33}));
     EXPECT_EQ(DeleteFile(Overlay()), kSharingViolation) << "the one in between is held too";
+    ASSERT_EQ(Open(), 0u);
+    EXPECT_EQ(Attach(), 32u) << "and the one at the bottom";
+    Close();
 }
 
 TEST_F(MemoryOverlayTest, TheOverlayGoesWithItsFile)
