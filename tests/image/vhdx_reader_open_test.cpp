@@ -201,6 +201,22 @@ TEST_F(VhdxReaderOpenTest, AnEntryOfARejectedRegionTableIsNotTaken)
     EXPECT_EQ(Open(builder.FileBytes(vhdx::kRegionTableOffsets[0], {'R'})), kMalformed);
 }
 
+TEST_F(VhdxReaderOpenTest, EveryLetterOfARegionTablesSignatureCounts)
+{
+    for (uint64_t letter = 0; letter < 4; ++letter) {
+        const uint64_t at = vhdx::kRegionTableOffsets[0] + letter;
+        EXPECT_EQ(Open(VhdxBuilder(64 * kMiB).Regions(1, {}).FileBytes(at, {0x11})), kMalformed) << letter;
+    }
+}
+
+TEST_F(VhdxReaderOpenTest, ARegionTableThatTheFileCutsOffIsNone)
+{
+    VhdxBuilder(64 * kMiB).Regions(0, {}).Save(file);
+    std::filesystem::resize_file(file, vhdx::kRegionTableOffsets[1] + vhdx::kRegionTableBytes - 1);
+
+    EXPECT_EQ(OpenFile(), kMalformed);
+}
+
 TEST_F(VhdxReaderOpenTest, ARegionAtTheFilesBeginningIsNone)
 {
     EXPECT_EQ(Open(VhdxBuilder(64 * kMiB).Regions({Metadata(), {vhdx::kBlockTableRegion, 0, 0x100000}})), kMalformed);
