@@ -22,6 +22,10 @@ kk_add_script_test(kkctl.on_the_machine ${Python3_EXECUTABLE} ${root}/tests/kkct
     $<TARGET_FILE:kkctl>)
 kk_add_script_test(kkctl.edits_on_the_machine ${Python3_EXECUTABLE} ${root}/tests/kkctl/edit_test.py
     $<TARGET_FILE:kkctl>)
+kk_add_script_test(kkctl.images_on_the_machine ${Python3_EXECUTABLE} ${root}/tests/kkctl/image_test.py
+    $<TARGET_FILE:kkctl>)
 kk_add_script_test(kkctl.under_wine ${Python3_EXECUTABLE} ${root}/tests/kkctl/wine_test.py ${dll_folder}/kkctl.exe)
+kk_add_script_test(kkctl.images_under_wine ${Python3_EXECUTABLE} ${root}/tests/kkctl/wine_image_test.py
+    ${dll_folder}/kkctl.exe $<TARGET_FILE:kkctl>)
 kk_add_script_test(interop.others_judge_the_images ${Python3_EXECUTABLE} ${root}/tests/interop/interop_test.py
     $<TARGET_FILE:kkctl>)

@@ -1,3 +1,6 @@
+#include <fstream>
+#include <regex>
+
 #include <gmock/gmock.h>
 
 #include "fake_kit.h"
@@ -55,6 +58,23 @@ TEST_F(AppTest, GlobalOptionsStandBeforeOrBehindTheCommand)
     EXPECT_THAT(library.openedDisks, ElementsAre("/dev/null", "/dev/zero"));
     EXPECT_EQ(library.openedDll, "x.dll");
     EXPECT_THAT(out, StartsWith("{"));
+}
+
+TEST_F(AppTest, EveryFunctionOfTheHeaderIsLookedForInTheLibrary)
+{
+    std::ifstream header(KK_PUBLIC_HEADER);
+    const std::regex declaration(R"(KK_API KK_STATUS KK_CALL (\w+)\(.*)");
+    std::vector<std::string> declared;
+    for (std::string line; std::getline(header, line);) {
+        if (std::smatch parts; std::regex_match(line, parts, declaration)) {
+            declared.push_back(parts[1]);
+        }
+    }
+    std::vector<std::string> lookedFor;
+    kkctl::Exports().ForEach([&](const char* name, auto&) { lookedFor.emplace_back(name); });
+
+    EXPECT_EQ(declared.size(), 22u);
+    EXPECT_THAT(lookedFor, testing::UnorderedElementsAreArray(declared));
 }
 
 TEST_F(AppTest, ALibraryThatDoesNotLoadIsAFailure)

@@ -7,42 +7,12 @@ The library must lie beside the program. Exits with 77 where there is no Wine.
 
 import json
 import os
-import shutil
-import subprocess
-import sys
-import tempfile
-import unittest
 
-PROGRAM = ""
-WINE = shutil.which("wine64") or shutil.which("wine64", path="/usr/lib/wine") or shutil.which("wine")
-SKIPPED = 77
-PREFIX_SECONDS = 300  # the first start makes the prefix
-RUN_SECONDS = 60
+import wine_case
+from wine_case import WineCase
 
 
-class WineTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = tempfile.mkdtemp(prefix="kkctl_wine_")
-        cls.environment = dict(os.environ, WINEPREFIX=os.path.join(cls.folder, "prefix"),
-                               TMPDIR=cls.folder, WINEDEBUG="-all")
-        subprocess.run([WINE, PROGRAM, "--help"], env=cls.environment, stdin=subprocess.DEVNULL,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=PREFIX_SECONDS, check=True)
-
-    @classmethod
-    def tearDownClass(cls):
-        server = shutil.which("wineserver") or shutil.which("wineserver", path="/usr/lib/wine")
-        if server:
-            subprocess.run([server, "-k"], env=cls.environment, check=False)
-        shutil.rmtree(cls.folder, ignore_errors=True)
-
-    def run_kkctl(self, *arguments, expect, stdin=b""):
-        result = subprocess.run([WINE, PROGRAM, *arguments], env=self.environment, cwd=self.folder, input=stdin,
-                                capture_output=True, timeout=RUN_SECONDS)
-        output, errors = result.stdout.decode(), result.stderr.decode()
-        self.assertEqual(result.returncode, expect, output + errors)
-        return output.replace("\r\n", "\n"), errors.replace("\r\n", "\n")
-
+class WineTest(WineCase):
     def test_no_disk_tells_its_layout(self):
         output, _ = self.run_kkctl("disks", expect=0)
         self.assertEqual(output, "There is no disk that can be read.\n")
@@ -113,8 +83,4 @@ class WineTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if not WINE:
-        print("Wine is not installed")
-        sys.exit(SKIPPED)
-    PROGRAM = os.path.abspath(sys.argv[1])
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    wine_case.main()

@@ -105,7 +105,7 @@ constexpr StatusName kStatusNames[] = {
     {0x80070003, "HRESULT of ERROR_PATH_NOT_FOUND", "the folder does not exist"},
     {0x8007000E, "HRESULT of ERROR_OUTOFMEMORY", "memory ran out"},
     {0x80070013, "HRESULT of ERROR_WRITE_PROTECT", "the disk or file is write-protected"},
-    {0x80070015, "HRESULT of ERROR_NOT_READY", "the device is not ready, or the disk is not a virtual one"},
+    {0x80070015, "HRESULT of ERROR_NOT_READY", "the device is not ready, or there is no such virtual disk"},
     {0x80070020, "HRESULT of ERROR_SHARING_VIOLATION", "the file is in use by another program"},
     {0x80070021, "HRESULT of ERROR_LOCK_VIOLATION", "another program has locked a part of the file"},
     {0x80070032, "HRESULT of ERROR_NOT_SUPPORTED", "the system does not support this request"},

@@ -12,8 +12,8 @@ namespace kkctl {
 /// The number of a disk that a user named by its number.
 std::optional<uint32_t> DiskNumberIn(std::string_view text);
 
-/// The path by which the library opens a disk that a user named: by its number, by the system's name of it, or by a file
-/// that stands for one. Throws PathError.
+/// The path by which the library opens a disk that a user named: by its number, by the system's name of it, or by a
+/// file that stands for one. Throws PathError.
 WideString DiskPath(const Kit& kit, const std::string& disk);
 
 /// The same for a volume: DISK@OFFSET, a drive letter with a colon, the system's name of it, or a file. Throws

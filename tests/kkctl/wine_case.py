@@ -1,0 +1,55 @@
+"""What the tests under Wine have in common: a prefix of their own, and runs of kkctl.exe in it."""
+
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+WINE = shutil.which("wine64") or shutil.which("wine64", path="/usr/lib/wine") or shutil.which("wine")
+SKIPPED = 77
+PREFIX_SECONDS = 300  # the first start makes the prefix
+RUN_SECONDS = 60
+
+program = []  # kkctl.exe
+
+
+class WineCase(unittest.TestCase):
+    """All cases of a program share one prefix, which takes long to make, and one folder."""
+
+    folder = None
+
+    @classmethod
+    def setUpClass(cls):
+        if WineCase.folder is None:
+            WineCase.folder = tempfile.mkdtemp(prefix="kkctl_wine_")
+            WineCase.environment = dict(os.environ, WINEPREFIX=os.path.join(cls.folder, "prefix"),
+                                        TMPDIR=cls.folder, WINEDEBUG="-all")
+            unittest.addModuleCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
+            unittest.addModuleCleanup(cls.stop_wine)
+            subprocess.run([WINE, program[0], "--help"], env=cls.environment, stdin=subprocess.DEVNULL,
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=PREFIX_SECONDS, check=True)
+
+    @classmethod
+    def stop_wine(cls):
+        """Ends what Wine keeps running, which has read its folders once and for all."""
+        server = shutil.which("wineserver") or shutil.which("wineserver", path="/usr/lib/wine")
+        if server:
+            subprocess.run([server, "-k"], env=cls.environment, check=False)
+
+    def run_kkctl(self, *arguments, expect, stdin=b""):
+        result = subprocess.run([WINE, program[0], *arguments], env=self.environment, cwd=self.folder, input=stdin,
+                                capture_output=True, timeout=RUN_SECONDS)
+        output, errors = result.stdout.decode(), result.stderr.decode()
+        self.assertEqual(result.returncode, expect, output + errors)
+        return output.replace("\r\n", "\n"), errors.replace("\r\n", "\n")
+
+
+def main():
+    """The first argument of a test program: KKCTL_EXE. The library must lie beside it."""
+    if not WINE:
+        print("Wine is not installed")
+        sys.exit(SKIPPED)
+    program[:] = [os.path.abspath(sys.argv[1])]
+    unittest.main(argv=sys.argv[:1], verbosity=2)
