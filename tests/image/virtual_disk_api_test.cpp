@@ -3,9 +3,9 @@
 #include <optional>
 
 #include "image/virtual_disk_file.h"
-#include "scripted_virtdisk.h"
 #include "support/forked_run.h"
 #include "support/machine_test.h"
+#include "support/scripted_virtdisk.h"
 
 // The entry points are bound once in a process, so every case has a process of its own.
 

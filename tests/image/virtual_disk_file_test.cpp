@@ -5,8 +5,8 @@
 
 #include "machine/memory_virtual_disks.h"
 #include "machine/virtual_disk_service.h"
-#include "scripted_virtdisk.h"
 #include "support/machine_test.h"
+#include "support/scripted_virtdisk.h"
 #include "support/shell.h"
 
 namespace {
