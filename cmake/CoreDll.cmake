@@ -14,7 +14,8 @@ target_link_options(KestrelkitCore PRIVATE
     -Wl,--entry=DllEntry -Wl,--gc-sections -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat
     -Wl,--no-insert-timestamp)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # Relative names, so that the same sources make the same bytes in every folder; links run in the build folder.
     target_link_options(KestrelkitCore PRIVATE
-        -Wl,--pdb=${CMAKE_BINARY_DIR}/KestrelkitCore.pdb -Wl,-Xlink=/pdbaltpath:KestrelkitCore.pdb
+        -Wl,--pdb=KestrelkitCore.pdb -Wl,-Xlink=/pdbaltpath:KestrelkitCore.pdb -Wl,-Xlink=/pdbsourcepath:/
         -Wl,-Xlink=/cetcompat)
 endif()

@@ -17,6 +17,10 @@ kk_add_script_test(dll.by_clang ${Python3_EXECUTABLE} ${root}/tests/dll/dll_chec
     --size-limit 65536)
 kk_add_script_test(dll.by_gcc ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.py
     ${root}/build/dll-gcc/KestrelkitCore.dll ${header})
+foreach(preset dll dll-gcc)
+    kk_add_script_test(${preset}.is_reproducible ${Python3_EXECUTABLE} ${root}/tests/dll/reproducible_check.py
+        ${root} ${preset})
+endforeach()
 
 kk_add_script_test(kkctl.on_the_machine ${Python3_EXECUTABLE} ${root}/tests/kkctl/kkctl_test.py
     $<TARGET_FILE:kkctl>)

@@ -6,8 +6,9 @@
  * - Records are packed and little-endian; the caller supplies them and owns them. Nothing that the library
  *   allocated is ever handed out.
  * - Calls are synchronous, run wholly on the calling thread, and may be made from several threads at once. One caution:
- *   while one thread's call looks for a system library for the first time, another's may get KK_STATUS_NOT_FOUND; it
- *   succeeds when it is made again. Calls that change the same disk must not overlap, in whatever process.
+ *   while one thread's call looks for a system library for the first time, another's may get KK_STATUS_NOT_FOUND, or
+ *   KkQueryDiskImage report no image; it succeeds when it is made again. Calls that change the same disk must not
+ *   overlap, in whatever process.
  * - A negative result is a failure, anything else a success. A status of the system (a failing open, read, write or
  *   control request) is passed on unchanged, so results other than the ones named below occur too.
  * - Paths are absolute Windows paths with backslashes (C:\images\disk.vhdx) or native names (\Device\...).
@@ -69,17 +70,23 @@ typedef int32_t KK_STATUS;
 
 /** Success. */
 #define KK_STATUS_SUCCESS ((KK_STATUS)0)
-/** A write made no progress; an image could not be created, attached or detached; a format failed. */
+/**
+ * A write made no progress; an image could not be created, attached, detached or looked at; memory for an image's table
+ * ran out; a volume does not tell its size; a format failed.
+ */
 #define KK_STATUS_UNSUCCESSFUL ((KK_STATUS)0xC0000001)
-/** A required argument is null or empty, nothing is where a partition or volume was named, or a size does not fit. */
+/**
+ * A required argument is null or empty, nothing is where a partition or volume was named, a partition lies in the way,
+ * or a size does not fit.
+ */
 #define KK_STATUS_INVALID_PARAMETER ((KK_STATUS)0xC000000D)
 /** A read ended before the wanted bytes were there. */
 #define KK_STATUS_END_OF_FILE ((KK_STATUS)0xC0000011)
-/** There is no volume to mount, or no drive letter for it. */
+/** There is no volume to mount or to recover, or no drive letter for it. */
 #define KK_STATUS_NO_MEDIA_IN_DEVICE ((KK_STATUS)0xC0000013)
-/** Memory ran out. */
+/** Memory ran out; while reading an image's table that is KK_STATUS_UNSUCCESSFUL. */
 #define KK_STATUS_NO_MEMORY ((KK_STATUS)0xC0000017)
-/** There is not enough room on the disk for the wanted size. */
+/** There is not enough room on the disk or volume for the wanted size. */
 #define KK_STATUS_BUFFER_TOO_SMALL ((KK_STATUS)0xC0000023)
 /** A partition table has no unused entry. */
 #define KK_STATUS_DISK_FULL ((KK_STATUS)0xC000007F)
@@ -94,7 +101,7 @@ typedef int32_t KK_STATUS;
 /** The system refused a mount point, for whatever reason: the letter is taken, the folder is missing or not empty... */
 #define KK_E_ACCESSDENIED ((KK_STATUS)0x80070005)
 
-/** Values of KkDiskInfo::partitionStyle. */
+/** Values of KkDiskInfo::partitionStyle and ImageInfoRecord::partitionStyle. */
 #define KK_PARTITION_STYLE_RAW 0u /**< no partition table was recognised */
 #define KK_PARTITION_STYLE_MBR 1u
 #define KK_PARTITION_STYLE_GPT 2u
@@ -447,13 +454,13 @@ KK_API KK_STATUS KK_CALL KkBackup(uint32_t diskNumber, const KkWideChar* imagePa
  *
  * Images are read as they lie in the file (here and in all calls that restore): checksums are not verified, a log is
  * not replayed, a differencing image is read without its parent, and blocks that are not wholly present read as zeros.
- * So do not use images that are attached for writing or were not detached in order; the system refuses to open the
- * former.
+ * So do not use images that are attached for writing, which the system as a rule does not open, or that were not
+ * detached in order.
  *
  * The partitions come from the image's GPT; if it has none that can be read, from its MBR, without the logical drives
- * of an extended partition, which is itself listed. MBR partitions are labelled by their type: "NTFS / exFAT",
- * "Type 0x05"... A GPT that says it has no entries, more than 4096, or entries below 128 bytes is a GPT without
- * partitions.
+ * of an extended partition, which is itself listed, and without entries that protect a GPT or have no sectors. MBR
+ * partitions are labelled by their type: "NTFS / exFAT", "Type 0x05"... A GPT that says it has no entries, more than
+ * 4096, or entries below 128 bytes is a GPT without partitions.
  *
  * Call once with `partitions` null for the number of partitions, then again with that many records.
  *
@@ -467,9 +474,9 @@ KK_API KK_STATUS KK_CALL KkBackup(uint32_t diskNumber, const KkWideChar* imagePa
  * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null
  * - KK_STATUS_REGISTRY_CORRUPT: the file is no VHDX, or a damaged one, or its disk has neither a GPT nor an MBR with a
  *   used entry
- * - KK_STATUS_UNSUCCESSFUL: memory ran out (not KK_STATUS_NO_MEMORY)
+ * - KK_STATUS_UNSUCCESSFUL: memory ran out while reading the image, or its GPT claims to be 4 GiB or larger
  * - KK_STATUS_NO_MEMORY: memory ran out while opening the file
- * - KK_STATUS_END_OF_FILE: the file ends where data should be
+ * - KK_STATUS_END_OF_FILE: the file ends where data should be, or has fewer than 8 bytes
  * - the system's status from opening or reading the file
  */
 KK_API KK_STATUS KK_CALL KkInspectImage(const KkWideChar* imagePath, ImageInfoRecord* info,
@@ -480,7 +487,10 @@ KK_API KK_STATUS KK_CALL KkInspectImage(const KkWideChar* imagePath, ImageInfoRe
  * give the disk's volumes drive letters; they may arrive a little later. The disk stays until KkUnmountImage or a
  * restart of the machine, also when this process ends.
  *
- * @param imagePath   any image that the service knows
+ * Attaching needs an elevated process. While another disk with the same GPT identifier is online, such as the one that
+ * was backed up, the system may leave the new disk offline, without volumes.
+ *
+ * @param imagePath   any image that the service knows; an absolute Windows path and no native name
  * @param diskNumber  out, optional: N of \\.\PhysicalDriveN; untouched on failure, and when the system's name of the
  *                    disk does not end in a number
  * @return
@@ -489,13 +499,13 @@ KK_API KK_STATUS KK_CALL KkInspectImage(const KkWideChar* imagePath, ImageInfoRe
  * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null
  * - KK_E_FILE_NOT_FOUND: the service did not open the image, whatever the reason: it is missing, no image, in use,
  *   attached already...
- * - 0x8007xxxx with the low 16 bits of the service's error: the disk was not attached, or its name could not be learnt
- *   and it may be attached all the same
+ * - 0x8007xxxx with the low 16 bits of the service's error, which need not be a common Win32 error: the disk was not
+ *   attached, or its name could not be learnt and it is attached all the same
  */
 KK_API KK_STATUS KK_CALL KkMountImage(const KkWideChar* imagePath, uint32_t* diskNumber);
 
 /**
- * Detaches the disk that shows an image, without asking whether its volumes are in use.
+ * Detaches the disk that shows an image, without asking whether its volumes are in use. An overlay's file stays.
  *
  * @param imagePath  the image, as when it was mounted
  * @return
@@ -509,10 +519,12 @@ KK_API KK_STATUS KK_CALL KkMountImage(const KkWideChar* imagePath, uint32_t* dis
 KK_API KK_STATUS KK_CALL KkUnmountImage(const KkWideChar* imagePath);
 
 /**
- * Asks whether a disk is an attached image, and which file is behind it. Whatever cannot be learnt makes the disk none:
- * there is no such disk, no virtual-disk service, no memory...
+ * Asks whether a disk is an attached virtual disk of any kind, and which file is behind it; of an overlay and its
+ * parents, the first that the service lists. Whatever cannot be learnt makes the disk none: there is no such disk, no
+ * virtual-disk service, no memory...
  *
- * The path is the volume of the file and its path there, joined. Volumes are named as the service likes (often
+ * The path is the volume of the file and its path there, joined; one of the two when the service tells only one; with
+ * neither, the service's name of the device, if any. Volumes are named as the service likes (often
  * "\\?\Volume{GUID}\"), so it need not be the path that the image was mounted by.
  *
  * @param diskNumber      N of \\.\PhysicalDriveN
@@ -528,13 +540,16 @@ KK_API KK_STATUS KK_CALL KkQueryDiskImage(uint32_t diskNumber, uint32_t* isImage
  * Restores partitions of an image onto a disk, each at the offset that it has in the image, and before that, if wanted,
  * a new GPT with the chosen partitions. The image must have a GPT.
  *
- * Nothing is locked or dismounted and the system is not told to look at the disk again: use a disk without mounted
- * volumes. Chunks of 8 MiB that hold only zeros are not written, here and in the other calls that restore or clone:
- * what the disk held there stays.
+ * Chunks of 8 MiB that hold only zeros are not written: on a disk that is not blank the old bytes stay there and show
+ * up inside files. Use a blank disk, or clear it first.
  *
- * The new table keeps disk and partition GUIDs, types and names, not the attributes. Two disks with the same GUIDs do
- * not go well together in one machine. Image and disk must agree in their sector size, which is not checked: the
- * image's is used for the table. More than 128 partitions get no further entries, though their data is restored.
+ * Nothing is locked or dismounted: use a disk without mounted volumes. The system is not told of a new table; it shows
+ * it after it has read the disk again (taken offline and online, a rescan, a restart).
+ *
+ * The new table keeps disk and partition GUIDs, types and names, not the attributes, so that hidden partitions are
+ * hidden no more. Of two disks with the same GUID in one machine the system takes one offline. Image and disk must
+ * agree in their sector size, which is not checked: the image's is used for the table. Partitions beyond the 128th get
+ * no entry, though their data is restored.
  *
  * Sizes are checked before anything is written; a failure after that leaves the disk partly written.
  *
@@ -547,11 +562,12 @@ KK_API KK_STATUS KK_CALL KkQueryDiskImage(uint32_t diskNumber, uint32_t* isImage
  * @return
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_INVALID_PARAMETER: a path is null, the image has no partitions, or none was chosen
- * - KK_STATUS_BUFFER_TOO_SMALL: a chosen partition reaches into the last 34 sectors of the disk, or beyond; not tested
- *   when the disk does not tell its size
+ * - KK_STATUS_BUFFER_TOO_SMALL: a chosen partition reaches into the last 34 sectors of the disk, or beyond. When the
+ *   disk does not tell its size this is not tested, and a new table is made for a disk of the image's size
  * - KK_STATUS_REGISTRY_CORRUPT: the image is damaged or has no GPT
- * - KK_STATUS_NO_MEMORY; KK_STATUS_UNSUCCESSFUL: there was no memory for the image's table or the new one, or a write
- *   made no progress
+ * - KK_STATUS_NO_MEMORY
+ * - KK_STATUS_UNSUCCESSFUL: memory ran out while reading the image or for the new table, or the image's GPT claims to
+ *   be 4 GiB or larger, or a write made no progress
  * - KK_STATUS_END_OF_FILE: the image ends where data should be
  * - the system's status from opening, reading or writing image or disk
  */
@@ -561,19 +577,23 @@ KK_API KK_STATUS KK_CALL KkRestorePartitions(const KkWideChar* imagePath, const 
 
 /**
  * Creates a partition in a free region of a disk, as KkCreatePartition does, and fills it with one partition of an
- * image. A file system that is smaller than its new partition is not extended.
+ * image. A file system that is smaller than its new partition is not extended. Whatever it was in the image, the new
+ * partition is of the type "basic data" (MBR: 0x07) with a new identifier and the usual name.
  *
  * The partition starts on the first 1 MiB boundary of the region, never below 1 MiB, and on a GPT disk within what the
- * GPT calls usable. What KkCreatePartition says of MBR disks and of failures at a GPT's copies holds here too. When
- * copying fails the new partition stays, and the system is told of it only at the very end.
+ * GPT calls usable. What KkCreatePartition says of MBR disks and of failures at a GPT's copies holds here too, and what
+ * KkRestorePartitions says of zeros and sector sizes.
+ *
+ * When copying fails the new partition stays in the table and the system is not told: listings do not show it until the
+ * system reads the table again, and a second attempt adds another one over it.
  *
  * @param imagePath         a VHDX file with a GPT or an MBR; see KkInspectImage
- * @param partitionNumber   ImagePartitionRecord::number; of several the last one counts
+ * @param partitionNumber   ImagePartitionRecord::number
  * @param targetDiskNumber  N of \\.\PhysicalDriveN
  * @param regionStart       where the free region starts
  * @param regionLength      its length; what reaches past the disk is cut off
  * @param keepSourceSize    non-zero: the partition gets the length that it has in the image, in whole sectors; 0: it
- *                          fills the region
+ *                          fills the region, in whole sectors
  * @return
  * - KK_STATUS_SUCCESS; the volume may arrive a little later
  * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null, the image has no such partition, or a partition of the disk lies
@@ -582,8 +602,10 @@ KK_API KK_STATUS KK_CALL KkRestorePartitions(const KkWideChar* imagePath, const 
  * - KK_STATUS_BUFFER_TOO_SMALL: the region has no room for the partition; also when the disk does not tell its size
  * - KK_STATUS_DISK_FULL: the disk's table, or the second copy of its GPT, has no unused entry
  * - KK_STATUS_REGISTRY_CORRUPT: the image or the disk's table is damaged
- * - KK_STATUS_NO_MEMORY; KK_STATUS_UNSUCCESSFUL: there was no memory for the image's table, or a write made no progress
- * - KK_STATUS_END_OF_FILE: the image, or the disk inside its table, ended early
+ * - KK_STATUS_NO_MEMORY
+ * - KK_STATUS_UNSUCCESSFUL: memory ran out while reading the image, or its GPT claims to be 4 GiB or larger, or a write
+ *   made no progress
+ * - KK_STATUS_END_OF_FILE: the image ends where data should be, or the disk ends inside its partition table
  * - the system's status from opening, reading or writing image or disk
  */
 KK_API KK_STATUS KK_CALL KkRestoreToFreeSpace(const KkWideChar* imagePath, uint32_t partitionNumber,
@@ -598,9 +620,13 @@ KK_API KK_STATUS KK_CALL KkRestoreToFreeSpace(const KkWideChar* imagePath, uint3
  * writes show as its status. A failure while copying leaves the volume partly written. Whether the file system could be
  * extended does not change the result.
  *
+ * Chunks of 8 MiB that hold only zeros are not written: what the volume held there stays and shows up inside files. Use
+ * a blank volume, or clear it first. Image and volume must agree in their sector size, which is not checked.
+ *
  * @param imagePath         a VHDX file with a GPT or an MBR; see KkInspectImage
- * @param partitionNumber   ImagePartitionRecord::number; of several the last one counts
- * @param volumePath        the volume's device (KkPartitionInfo::deviceName, \\.\X:), without a backslash at its end
+ * @param partitionNumber   ImagePartitionRecord::number
+ * @param volumePath        the volume's device (KkPartitionInfo::deviceName, \\.\X:), without a backslash at its end,
+ *                          which KkPartitionInfo::volumePath has: with it the name is that of a folder
  * @param extendFileSystem  non-zero: extend the file system afterwards
  * @return
  * - KK_STATUS_SUCCESS
@@ -608,7 +634,10 @@ KK_API KK_STATUS KK_CALL KkRestoreToFreeSpace(const KkWideChar* imagePath, uint3
  * - KK_STATUS_BUFFER_TOO_SMALL: the volume is smaller than the partition; it was dismounted, and nothing was written.
  *   Not tested when the volume does not tell its size
  * - KK_STATUS_REGISTRY_CORRUPT: the image is damaged
- * - KK_STATUS_NO_MEMORY; KK_STATUS_UNSUCCESSFUL: there was no memory for the image's table, or a write made no progress
+ * - KK_STATUS_NO_MEMORY
+ * - KK_STATUS_UNSUCCESSFUL: memory ran out while reading the image, or its GPT claims to be 4 GiB or larger; or a write
+ *   made no progress, for example past the end of a smaller file system that the volume holds: an unformatted volume
+ *   avoids that
  * - KK_STATUS_END_OF_FILE: the image ends where data should be
  * - the system's status from opening, reading or writing image or volume
  */
@@ -619,21 +648,24 @@ KK_API KK_STATUS KK_CALL KkRestoreToVolume(const KkWideChar* imagePath, uint32_t
  * Copies a volume onto another one and then, if wanted, extends the copy's NTFS file system to the volume's size. NTFS
  * volumes are copied as far as their file system reaches, others whole.
  *
- * The target is locked and dismounted first, as by KkRestoreToVolume; the source is neither: copy volumes that nobody
- * writes to, such as those of snapshots or mounted images. An unreadable place in the source ends the copy there, and
- * that is a success: compare the volumes when the source may be damaged.
+ * The target is locked and dismounted first, as by KkRestoreToVolume, and what that says of zeros and sector sizes
+ * holds here too. The source is neither locked nor dismounted: copy volumes that nobody writes to, such as those of
+ * snapshots or mounted images.
  *
- * @param sourcePath        the source volume's device
- * @param targetPath        the target volume's device
+ * An unreadable place in the source ends the copy there, and that is a success: compare the volumes when the source may
+ * be damaged. On disks with sectors above 512 bytes up to 8 MiB before the place are left out too.
+ *
+ * @param sourcePath        the source volume's device, as for KkRestoreToVolume
+ * @param targetPath        the target volume's device, likewise
  * @param extendFileSystem  non-zero: extend the file system afterwards; whether it could be does not change the result
  * @return
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_INVALID_PARAMETER: a path is null
- * - KK_STATUS_UNSUCCESSFUL: the source does not tell its size, or a write made no progress
+ * - KK_STATUS_UNSUCCESSFUL: the source does not tell its size, or a write made no progress, as for KkRestoreToVolume
  * - KK_STATUS_BUFFER_TOO_SMALL: the target is smaller than what is to be copied; nothing was done to it. Not tested
  *   when it does not tell its size
  * - KK_STATUS_NO_MEMORY
- * - the system's status from opening a volume or writing the target, which is then partly written
+ * - the system's status from opening a volume, or from writing the target, which is then partly written
  */
 KK_API KK_STATUS KK_CALL KkCloneVolume(const KkWideChar* sourcePath, const KkWideChar* targetPath,
                                        uint32_t extendFileSystem);
@@ -642,20 +674,21 @@ KK_API KK_STATUS KK_CALL KkCloneVolume(const KkWideChar* sourcePath, const KkWid
  * Attaches an image as a disk without ever changing it: what is written to the disk goes into a new differencing file,
  * the overlay. Apart from that as KkMountImage; KkDiscardOverlay ends it.
  *
- * The image must not change as long as the overlay exists.
+ * The image must neither change nor be attached for writing as long as the overlay exists.
  *
- * @param parentImagePath  the image, a VHDX file
- * @param overlayPath      the overlay file to create; must not exist. A failure may leave it behind: KkDiscardOverlay
- *                         deletes it
+ * @param parentImagePath  the image, a VHDX file; an absolute Windows path and no native name
+ * @param overlayPath      the overlay file to create; must not exist. An absolute Windows path (C:\...) without a
+ *                         prefix, or KkDiscardOverlay does not find the file. Failures other than 0x80070050 may leave
+ *                         it behind: KkDiscardOverlay deletes it
  * @param diskNumber       out, optional: as for KkMountImage
  * @return
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service, or none that creates files; tested before the
  *   arguments
  * - KK_STATUS_INVALID_PARAMETER: a path is null
- * - 0x8007xxxx with the low 16 bits of the service's error: the overlay was not created (0x80070050: the file exists),
- *   not attached, or the disk's name could not be learnt and it may be attached all the same; 0x80070001 when the
- *   service gave no handle
+ * - 0x8007xxxx with the low 16 bits of the service's error: the overlay was not created (0x80070050: the file exists;
+ *   0x80070002: the image does not), not attached, or the disk's name could not be learnt and it is attached all the
+ *   same; 0x80070001 when the service gave no handle
  */
 KK_API KK_STATUS KK_CALL KkMountImageOverlay(const KkWideChar* parentImagePath, const KkWideChar* overlayPath,
                                              uint32_t* diskNumber);
@@ -663,11 +696,13 @@ KK_API KK_STATUS KK_CALL KkMountImageOverlay(const KkWideChar* parentImagePath, 
 /**
  * Detaches the disk that shows an overlay and deletes the overlay's file, with all that was written to the disk. The
  * deletion is tried whatever becomes of the rest, so this also clears away a file that is not mounted; whether it
- * worked is not reported.
+ * worked is not reported. Beware: whatever file the path names is deleted, an image too.
  *
  * @param overlayPath  the overlay's file, an absolute Windows path (C:\...) without a prefix: with one, the file is not
  *                     found and stays
- * @return what KkUnmountImage returns for the file; with KK_STATUS_NOT_FOUND, too, the file was deleted
+ * @return what KkUnmountImage returns for the file, which says nothing about the deletion. Only with a null path is
+ * none
+ *         tried; that is KK_STATUS_INVALID_PARAMETER, or KK_STATUS_NOT_FOUND without a virtual-disk service
  */
 KK_API KK_STATUS KK_CALL KkDiscardOverlay(const KkWideChar* overlayPath);
 
@@ -676,25 +711,34 @@ KK_API KK_STATUS KK_CALL KkDiscardOverlay(const KkWideChar* overlayPath);
  * partition is shrunk until it fits (NTFS only), then its volume is cloned onto the target volume and the file system
  * extended to fill it. The image is not changed, but it must not be attached.
  *
- * The overlay is a file beside the image, `imagePath` with ".rec.avhdx" appended (`imagePath` is cut to 580 units), and
- * is gone afterwards, whatever happens. One that an earlier run left makes the call fail and is deleted by that.
+ * The overlay is a file beside the image, `imagePath` with ".rec.avhdx" appended (`imagePath` is cut to 580 units). It
+ * is detached and deleted at the end, after a failure too; whether that worked is not reported. One that an earlier run
+ * left makes the call fail with 0x80070050, once image and target have been found, and is deleted by that.
  *
  * A target up to 128 MiB is aimed at exactly, a larger one less 64 MiB. Sizes are rounded up to whole MiB on the way,
  * so a target up to 128 MiB should be a multiple of 1 MiB. Searched are the first 64 partitions of image and disk.
  *
+ * What KkMountImage says of rights and of disks with the same identifier holds here too, and what KkCloneVolume says of
+ * its target and of unreadable places.
+ *
  * @param imagePath              a VHDX file, an absolute Windows path (C:\...) without a prefix
- * @param partitionNumber        ImagePartitionRecord::number; of several the last one counts
+ * @param partitionNumber        ImagePartitionRecord::number
  * @param targetDiskNumber       N of \\.\PhysicalDriveN
  * @param targetPartitionOffset  where the target partition starts
  * @return
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_NO_MEMORY
- * - KK_STATUS_UNSUCCESSFUL: the image could not be inspected (also when `imagePath` is null), the target disk not be
- *   listed, the source does not tell its size, or a write made no progress
- * - KK_STATUS_INVALID_PARAMETER: the image or the disk has no such partition; or shrinking ended so
- * - KK_STATUS_NO_MEDIA_IN_DEVICE: source or target has no volume, or it had not arrived yet; try again
- * - what KkMountImageOverlay, KkShrinkPartition and KkCloneVolume return; the target was written to only if the latter
- *   began
+ * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service, or none that creates files
+ * - KK_STATUS_UNSUCCESSFUL: the image could not be inspected (also when `imagePath` is null) or the target disk could
+ *   not be listed, for whatever reason; the source does not tell its size, or a write made no progress
+ * - KK_STATUS_INVALID_PARAMETER: the image or the disk has no such partition; or, when it must be shrunk, the image's
+ *   partition has no volume or that had not arrived yet (try again), or the size in whole MiB is not below its own
+ * - KK_STATUS_NO_MEDIA_IN_DEVICE: the target has no volume, or the image's partition has none and need not be shrunk,
+ *   or it had not arrived yet (try again)
+ * - KK_STATUS_BUFFER_TOO_SMALL: what is to be copied is still larger than the target volume
+ * - 0xC0000021: the file system has data where it is to be cut off, and cannot be shrunk that far
+ * - what else KkMountImageOverlay, KkShrinkPartition and KkCloneVolume return; the target is untouched unless the last
+ *   of these began to copy
  */
 KK_API KK_STATUS KK_CALL KkRecoverShrinkToFit(const KkWideChar* imagePath, int32_t partitionNumber,
                                               uint32_t targetDiskNumber, uint64_t targetPartitionOffset);

@@ -1,6 +1,7 @@
 #include "backup/backup_plan.h"
 
 #include "core/checked_math.h"
+#include "core/number_choice.h"
 #include "core/status.h"
 #include "disk/mount_points.h"
 #include "disk/volume_lookup.h"
@@ -57,15 +58,7 @@ uint64_t PackPartitions(uint32_t sectorSize, BackupPlan& plan)
 
 bool IsSelected(const BackupRequest& request, const PartitionEntry& partition)
 {
-    if (request.partitionCount == 0) {
-        return true;
-    }
-    for (uint32_t i = 0; i < request.partitionCount; ++i) {
-        if (request.partitionNumbers[i] == partition.number) {
-            return true;
-        }
-    }
-    return false;
+    return IsChosen({request.partitionNumbers, request.partitionCount}, partition.number);
 }
 
 KK_STATUS BuildBackupPlan(const BackupRequest& request, const DiskLayout& layout, BackupPlan& plan)

@@ -31,7 +31,7 @@ static_assert(sizeof(GptImageEntry) == 128);
 
 // Both writers make every byte of a fresh partition table and check nothing: what overlaps or lies outside the disk is
 // written as computed. A sector size of 0 means 512. KK_STATUS_UNSUCCESSFUL when memory runs out (not "no memory", on
-// purpose: callers know it as "no table"), and nothing is written then; else the status of the failing write.
+// purpose: one failure for "no table"), and nothing is written then; else the status of the failing write.
 
 /// Writes sector 0 with the first four entries. Boot code and disk signature stay zero, on purpose: nobody shall start
 /// from an image or take it for its source.

@@ -5,7 +5,7 @@
 
 namespace kk {
 
-/// True when all bytes are zero, and for none at all. Ends at the first others, in steps that keep up with memory.
+/// True when all bytes are zero, and for none at all. Stops at the first step that holds another value.
 [[nodiscard]] bool IsAllZero(const uint8_t* bytes, size_t count);
 
 }  // namespace kk

@@ -7,10 +7,6 @@
 
 namespace kk {
 
-/// Writes what is not all zero. Zeros are left out, on purpose: targets are new or what they hold there does not
-/// matter, and most of an image is zeros.
-[[nodiscard]] KK_STATUS WriteUnlessZero(DeviceFile& target, uint64_t offset, const uint8_t* bytes, uint32_t length);
-
 /// Bytes of an image's disk that go to a target.
 struct ImageRange {
     uint64_t offset;

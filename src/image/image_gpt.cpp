@@ -9,16 +9,14 @@ namespace kk {
 
 namespace {
 
-constexpr uint32_t kMostEntries = 4096;
-
 /// Holds every array of entries of the usual size at once. Larger ones are read in turns: the size is the image's word
 /// and may be gigabytes.
-constexpr uint32_t kBufferBytes = kMostEntries * sizeof(GptEntry);
+constexpr uint32_t kBufferBytes = kGptMostEntries * sizeof(GptEntry);
 
 /// Where the entries of a GPT lie on the disk.
 struct EntryArray {
     uint64_t offset;  // bytes
-    uint32_t count;
+    uint32_t count;   // 0: no partitions
     uint32_t entryBytes;
 };
 
@@ -31,6 +29,9 @@ KK_STATUS ReadHeader(VhdxReader& reader, Guid& diskGuid, EntryArray& array)
         return KK_STATUS_REGISTRY_CORRUPT;
     }
     CopyBytes(&diskGuid, header.diskGuid, sizeof(diskGuid));
+    if (!HasSaneEntries(header)) {
+        return KK_STATUS_SUCCESS;
+    }
     array.offset = SaturatingMultiply(reader.LogicalSectorSize(), header.entriesLba.Get());
     array.count = header.entryCount.Get();
     array.entryBytes = header.entrySize.Get();
@@ -64,7 +65,7 @@ KK_STATUS AppendUsed(const uint8_t* entries, const EntryArray& array, uint32_t f
                      ImagePartitionList& list)
 {
     for (uint32_t i = 0; i < count; ++i) {
-        const auto& entry = *reinterpret_cast<const GptEntry*>(entries + uint64_t{i} * array.entryBytes);
+        const auto& entry = *reinterpret_cast<const GptEntry*>(entries + static_cast<uint64_t>(i) * array.entryBytes);
         if (IsUsed(entry) && !list.Append(ToImagePartition(entry, first + i + 1, sector))) {
             return KK_STATUS_UNSUCCESSFUL;
         }
@@ -78,7 +79,7 @@ KK_STATUS ReadGptPartitions(VhdxReader& reader, Guid& diskGuid, ImagePartitionLi
 {
     EntryArray array = {};
     KK_TRY(ReadHeader(reader, diskGuid, array));
-    if (array.count == 0 || array.count > kMostEntries || array.entryBytes < sizeof(GptEntry)) {
+    if (array.count == 0) {
         return KK_STATUS_SUCCESS;
     }
     const uint64_t arrayBytes = uint64_t{array.count} * array.entryBytes;

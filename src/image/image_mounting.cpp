@@ -9,14 +9,12 @@ namespace kk {
 
 namespace {
 
-constexpr size_t kPhysicalPathUnits = 512;
-
 bool IsDigit(char16_t unit)
 {
     return unit >= u'0' && unit <= u'9';
 }
 
-/// The number at the end of a disk's name, modulo 2^32 as the system's own tools have it. False without one.
+/// The number at the end of a disk's name, modulo 2^32. False without one.
 bool TrailingNumber(const char16_t* path, uint32_t& number)
 {
     const size_t length = TextLength(path);
@@ -34,8 +32,8 @@ bool TrailingNumber(const char16_t* path, uint32_t& number)
     return true;
 }
 
-/// Opens an image of any format that the service knows. All its reasons are "file not found", on purpose: a caller
-/// learns from KkInspectImage what is wrong with a file.
+/// Opens an image of any format that the service knows. All its reasons are "file not found", on purpose: callers need
+/// to know only that there is nothing to work with.
 KK_STATUS OpenImage(const char16_t* path, uint32_t access, NtHandle& handle)
 {
     if (!BindVirtdiskImage()) {
@@ -45,6 +43,7 @@ KK_STATUS OpenImage(const char16_t* path, uint32_t access, NtHandle& handle)
         return KK_STATUS_INVALID_PARAMETER;
     }
     constexpr VirtualStorageType anyType = {kVirtualStorageTypeDeviceUnknown, {}};
+    handle = nullptr;
     const uint32_t error =
         GetVirtdiskImageApi().openVirtualDisk(&anyType, path, access, kOpenVirtualDiskFlagNone, nullptr, &handle);
     return error != 0 || handle == nullptr ? KK_E_FILE_NOT_FOUND : KK_STATUS_SUCCESS;

@@ -23,7 +23,7 @@ struct ImagePartition {
 using ImagePartitionList = Array<ImagePartition>;
 
 // Failures of all of these: KK_STATUS_REGISTRY_CORRUPT when there is no such table; KK_STATUS_UNSUCCESSFUL when memory
-// ran out; the status of the failing read. `list` may have grown then.
+// ran out or a GPT claims 4 GiB of entries or more; the status of the failing read. `list` may have grown then.
 
 /// Appends the partitions of the image's GPT, of which only the signature is checked. A table that claims to have no
 /// entries, more than 4096 or entries below 128 bytes has no partitions.

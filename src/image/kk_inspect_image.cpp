@@ -26,6 +26,28 @@ void FillPartition(const ImagePartition& partition, ImagePartitionRecord& record
     CopyBytes(record.name, partition.name, sizeof(record.name));
 }
 
+/// All three outputs may be null, `count` is 0 so far.
+KK_STATUS InspectImage(const char16_t* path, ImageInfoRecord* info, ImagePartitionRecord* partitions, uint32_t capacity,
+                       uint32_t* count)
+{
+    VhdxReader reader;
+    KK_TRY(reader.Open(path));
+    ImageTable table;
+    KK_TRY(ReadImageTable(reader, table));
+
+    const auto found = static_cast<uint32_t>(table.partitions.Count());
+    if (info != nullptr) {
+        FillInfo(reader, table, *info);
+    }
+    if (count != nullptr) {
+        *count = found;
+    }
+    for (uint32_t i = 0; partitions != nullptr && i < Min(found, capacity); ++i) {
+        FillPartition(table.partitions[i], partitions[i]);
+    }
+    return KK_STATUS_SUCCESS;
+}
+
 }  // namespace
 
 }  // namespace kk
@@ -39,22 +61,5 @@ KK_STATUS KK_CALL KkInspectImage(const KkWideChar* imagePath, ImageInfoRecord* i
     if (imagePath == nullptr) {
         return KK_STATUS_INVALID_PARAMETER;
     }
-    kk::VhdxReader reader;
-    KK_TRY(reader.Open(kk::FromCaller(imagePath)));
-    kk::ImageTable table;
-    KK_TRY(kk::ReadImageTable(reader, table));
-
-    const auto found = static_cast<uint32_t>(table.partitions.Count());
-    if (info != nullptr) {
-        kk::FillInfo(reader, table, *info);
-    }
-    if (count != nullptr) {
-        *count = found;
-    }
-    if (partitions != nullptr) {
-        for (uint32_t i = 0; i < kk::Min(found, capacity); ++i) {
-            kk::FillPartition(table.partitions[i], partitions[i]);
-        }
-    }
-    return KK_STATUS_SUCCESS;
+    return kk::InspectImage(kk::FromCaller(imagePath), info, partitions, capacity, count);
 }

@@ -49,8 +49,7 @@ bool HasText(const char16_t* text)
     return text != nullptr && text[0] != 0;
 }
 
-/// Joins volume and path with exactly one backslash between them. Without one of the two the other has to do, and
-/// without a path there, the name of the device.
+/// Volume and path, joined by exactly one backslash; one alone stands for itself; with neither, the device's name.
 void WriteBackingPath(const StorageDependencyEntry& entry, char16_t* path, size_t capacity)
 {
     const char16_t* const volume = entry.hostVolumeName;

@@ -81,8 +81,8 @@ KK_STATUS PlanRecovery(const RecoveryRequest& request, RecoveryPlan& plan)
     return FindTarget(request, reinterpret_cast<KkPartitionInfo*>(targets.Data()), plan);
 }
 
-/// A large target is aimed at with something to spare, for what the system adds when it shrinks; a small one has none
-/// to spare.
+/// A large target is aimed at with something to spare, so that rounding never makes the copy too large; a small one has
+/// none to spare.
 uint64_t ShrunkLength(uint64_t targetLength)
 {
     constexpr uint64_t largestTightTarget = 0x8000000;
@@ -91,7 +91,7 @@ uint64_t ShrunkLength(uint64_t targetLength)
 }
 
 /// Shrinks the partition on the overlay's disk if it must be, and clones it.
-KK_STATUS RecoverFromOverlay(const RecoveryRequest& request, const RecoveryPlan& plan, uint32_t overlayDisk)
+KK_STATUS ShrinkAndClone(const RecoveryRequest& request, const RecoveryPlan& plan, uint32_t overlayDisk)
 {
     if (plan.sourceLength > plan.targetLength) {
         KK_TRY(KkShrinkPartition(overlayDisk, plan.sourceOffset, ShrunkLength(plan.targetLength)));
@@ -105,11 +105,13 @@ KK_STATUS RecoverFromOverlay(const RecoveryRequest& request, const RecoveryPlan&
     return CloneVolume(source, target, true);
 }
 
+constexpr size_t kOverlayPathUnits = 600;
+constexpr size_t kImagePathUnits = 580;
+
 /// Writes the overlay's path, which lies beside the image.
 void FormatOverlayPath(const char16_t* imagePath, char16_t* path, size_t capacity)
 {
-    constexpr size_t imagePathLimit = 580;
-    CopyText(path, imagePathLimit + 1, imagePath);
+    CopyText(path, kImagePathUnits + 1, imagePath);
     size_t position = TextLength(path);
     AppendText(path, capacity, position, u".rec.avhdx");
 }
@@ -119,14 +121,14 @@ KK_STATUS RecoverShrinkToFit(const RecoveryRequest& request)
     RecoveryPlan plan;
     KK_TRY(PlanRecovery(request, plan));
 
-    constexpr size_t overlayPathUnits = 600;
-    char16_t overlayPath[overlayPathUnits];
-    FormatOverlayPath(FromCaller(request.imagePath), overlayPath, overlayPathUnits);
+    const char16_t* const imagePath = FromCaller(request.imagePath);
+    char16_t overlayPath[kOverlayPathUnits];
+    FormatOverlayPath(imagePath, overlayPath, kOverlayPathUnits);
     // A disk number that is not told stays one that no disk has.
     uint32_t overlayDisk = 0xFFFFFFFF;
-    KK_STATUS status = MountImageOverlay(FromCaller(request.imagePath), overlayPath, &overlayDisk);
+    KK_STATUS status = MountImageOverlay(imagePath, overlayPath, &overlayDisk);
     if (!Failed(status)) {
-        status = RecoverFromOverlay(request, plan, overlayDisk);
+        status = ShrinkAndClone(request, plan, overlayDisk);
     }
     // Also when mounting failed: that may have left the file, and one from an earlier run goes too.
     (void)DiscardOverlay(overlayPath);

@@ -2,6 +2,7 @@
 #include "core/checked_math.h"
 #include "core/file_opener.h"
 #include "core/heap_block.h"
+#include "core/number_choice.h"
 #include "core/status.h"
 #include "core/text.h"
 #include "core/transfer.h"
@@ -16,29 +17,12 @@ namespace {
 struct RestoreRequest {
     const char16_t* imagePath;
     const char16_t* targetPath;
-    const uint32_t* partitionNumbers;
-    uint32_t partitionCount;  // 0: all
+    NumberChoice partitions;
     bool writeTable;
 };
 
 /// The chosen partitions, as the new table is made of them.
 using Selection = Array<GptImageEntry>;
-
-bool IsSelected(const RestoreRequest& request, uint32_t number)
-{
-    if (request.partitionCount == 0) {
-        return true;
-    }
-    if (request.partitionNumbers == nullptr) {
-        return false;
-    }
-    for (uint32_t i = 0; i < request.partitionCount; ++i) {
-        if (request.partitionNumbers[i] == number) {
-            return true;
-        }
-    }
-    return false;
-}
 
 GptImageEntry ToTableEntry(const ImagePartition& partition)
 {
@@ -51,13 +35,13 @@ GptImageEntry ToTableEntry(const ImagePartition& partition)
     return entry;
 }
 
-/// Takes an image with a GPT only: the offsets of an MBR's partitions leave no room for the GPT that would be written.
+/// Takes an image with a GPT only, on purpose: an MBR has no GUIDs and types of which a new GPT could be made.
 KK_STATUS SelectPartitions(const RestoreRequest& request, VhdxReader& image, Guid& diskGuid, Selection& selection)
 {
     ImagePartitionList partitions;
     KK_TRY(ReadGptPartitions(image, diskGuid, partitions));
     for (const ImagePartition& partition : partitions) {
-        if (IsSelected(request, partition.number) && !selection.Append(ToTableEntry(partition))) {
+        if (IsChosen(request.partitions, partition.number) && !selection.Append(ToTableEntry(partition))) {
             return KK_STATUS_NO_MEMORY;
         }
     }
@@ -127,7 +111,6 @@ KK_STATUS KK_CALL KkRestorePartitions(const KkWideChar* imagePath, const KkWideC
     }
     return kk::RestorePartitions({.imagePath = kk::FromCaller(imagePath),
                                   .targetPath = kk::FromCaller(targetPath),
-                                  .partitionNumbers = partitionNumbers,
-                                  .partitionCount = partitionCount,
+                                  .partitions = {partitionNumbers, partitionCount},
                                   .writeTable = writePartitionTable != 0});
 }

@@ -9,8 +9,6 @@
 #include "partition/disk_range.h"
 #include "partition/disk_refresh.h"
 #include "partition/gpt_format.h"
-#include "partition/identifiers.h"
-#include "partition/mbr_format.h"
 #include "partition/table_edit.h"
 #include "partition/table_sector.h"
 
@@ -71,14 +69,6 @@ KK_STATUS PlacePartition(DeviceFile& drive, const DiskLayout& layout, const Free
         return KK_STATUS_BUFFER_TOO_SMALL;
     }
     return OverlapsPartition(layout, place) ? KK_STATUS_INVALID_PARAMETER : KK_STATUS_SUCCESS;
-}
-
-KK_STATUS AddDataPartition(DeviceFile& drive, const DiskLayout& layout, const DiskRange& place)
-{
-    Guid gptType;
-    GetBasicDataTypeGuid(gptType);
-    return AddPartitionEntry(drive, layout.sectorSize, layout.style, place.start, place.length, gptType, kMbrTypeNtfs,
-                             nullptr);
 }
 
 KK_STATUS RestoreToFreeSpace(const FreeSpaceRequest& request)

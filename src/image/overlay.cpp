@@ -16,8 +16,8 @@ constexpr uint32_t kErrorInvalidFunction = 1;
 constexpr OpenMode kOpenToDelete = {kDelete | kSynchronize, kFileShareRead | kFileShareWrite | kFileShareDelete,
                                     kFileOpen, kFileDeleteOnClose | kFileNonDirectoryFile | kFileSynchronousIoNonalert};
 
-/// Deletes the file if it can be deleted. The path is taken as a Windows path whatever it looks like, on purpose: it is
-/// the one that the virtual-disk service created the file by.
+/// Deletes the file if it can be deleted. The path is taken as a Windows path whatever it looks like, on purpose: of
+/// what is something else, nothing shall be deleted.
 void DeleteOverlayFile(const char16_t* path)
 {
     char16_t name[kNtPathUnits];

@@ -69,6 +69,9 @@ KK_STATUS VhdxReader::FindRegions(Region& metadata)
 
 KK_STATUS VhdxReader::ReadMetadata(const Region& region)
 {
+    if (region.length == 0) {
+        return KK_STATUS_REGISTRY_CORRUPT;
+    }
     // Before memory is taken: a region that claims more than there is must not cost more than there is.
     uint64_t fileSize = 0;
     (void)file_->QuerySize(&fileSize);

@@ -10,7 +10,7 @@ namespace kk {
 struct VhdxMetadataEntry;
 
 /// Reads the disk in a VHDX file, growing or fixed, straight from the file. The log is not replayed, checksums are not
-/// looked at, a parent is not followed, and blocks that are not wholly present read as zeros: an image that was
+/// looked at, a parent is not followed, and blocks that are not wholly present read as zeros: a full image that was
 /// detached in order needs none of that.
 class VhdxReader {
 public:

@@ -99,6 +99,9 @@ struct StorageDependencyInfo {
 };
 static_assert(sizeof(StorageDependencyInfo) == 8);
 
+/// Units of the buffers for device paths, \\.\PhysicalDriveN.
+inline constexpr uint32_t kPhysicalPathUnits = 512;
+
 /// Every entry point answers with a Win32 error, 0 for success.
 using OpenVirtualDiskFn = uint32_t(KK_CALL*)(const VirtualStorageType* storageType, const char16_t* path,
                                              uint32_t accessMask, uint32_t flags, const void* parameters,

@@ -3,12 +3,13 @@
 #include <cstdint>
 
 #include "core/nt_types.h"
+#include "image/virtual_disk_api.h"
 
 namespace kk {
 
 /// A new virtual-disk file and its attachment as a disk, which lasts until it is detached or this object ends. All
-/// troubles of the service are KK_STATUS_UNSUCCESSFUL, on purpose: its error numbers are no statuses. A missing entry
-/// point is KK_STATUS_NOT_FOUND.
+/// troubles of the service are KK_STATUS_UNSUCCESSFUL, on purpose: a backup tells that its image failed, not why. A
+/// missing entry point is KK_STATUS_NOT_FOUND.
 class VirtualDiskFile {
 public:
     VirtualDiskFile() = default;
@@ -31,8 +32,6 @@ public:
     [[nodiscard]] const char16_t* PhysicalPath() const { return physicalPath_; }
 
 private:
-    static constexpr uint32_t kPhysicalPathUnits = 512;
-
     NtHandle handle_ = nullptr;
     bool attached_ = false;
     char16_t physicalPath_[kPhysicalPathUnits] = {};

@@ -8,7 +8,6 @@
 #include "disk/disk_layout.h"
 #include "disk/volume_controls.h"
 #include "disk/volume_requests.h"
-#include "image/chunk_copy.h"
 
 namespace kk {
 
@@ -29,7 +28,8 @@ uint64_t LengthToCopy(DeviceFile& source)
 }
 
 /// Reads up to `length` bytes and tells how many could be read from the front. After a failure it goes in steps of 512
-/// bytes, on purpose whatever the sector size: it is the unit in which file systems and most media give up.
+/// bytes, on purpose whatever the sector size: the smallest there is. Where sectors are larger such reads are refused,
+/// and nothing of the chunk is got.
 uint32_t ReadWhatCanBeRead(DeviceFile& source, uint64_t offset, uint8_t* buffer, uint32_t length)
 {
     if (!Failed(source.ReadAt(offset, buffer, length))) {

@@ -9,8 +9,6 @@ namespace kk {
 
 namespace {
 
-constexpr uint32_t kMostEntries = 4096;
-
 /// False when the product does not fit: a wrapped offset would be somewhere else on the disk.
 bool OffsetOf(uint64_t lba, uint32_t sectorSize, uint64_t& offset)
 {
@@ -34,7 +32,7 @@ KK_STATUS GptCopy::ReadHeader(uint64_t headerLba)
 
 KK_STATUS GptCopy::ReadEntries()
 {
-    if (EntryCount() == 0 || EntryCount() > kMostEntries || EntryBytes() < sizeof(GptEntry)) {
+    if (!HasSaneEntries(Header())) {
         return KK_STATUS_REGISTRY_CORRUPT;
     }
     // The format sets no upper bound on an entry's size.

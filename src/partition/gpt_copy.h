@@ -40,7 +40,10 @@ public:
     }
 
 private:
-    [[nodiscard]] uint8_t* EntryAddress(uint32_t index) const { return array_.Data() + uint64_t{index} * EntryBytes(); }
+    [[nodiscard]] uint8_t* EntryAddress(uint32_t index) const
+    {
+        return array_.Data() + static_cast<uint64_t>(index) * EntryBytes();
+    }
 
     DeviceFile& disk_;
     uint32_t sectorSize_;

@@ -57,6 +57,15 @@ static_assert(offsetof(GptEntry, firstLba) == 32 && offsetof(GptEntry, name) == 
     return !SameBytes(entry.typeGuid, unused, sizeof(unused));
 }
 
+inline constexpr uint32_t kGptMostEntries = 4096;
+
+/// True when a header claims entries in a number and of a size that are taken for sane. Their size has no upper bound.
+[[nodiscard]] inline bool HasSaneEntries(const GptHeader& header)
+{
+    const uint32_t count = header.entryCount.Get();
+    return count != 0 && count <= kGptMostEntries && header.entrySize.Get() >= sizeof(GptEntry);
+}
+
 /// The usual entry array: 16 KiB, which the standard reserves at least.
 inline constexpr uint32_t kGptUsualEntryCount = 128;
 inline constexpr uint32_t kGptEntryArrayBytes = kGptUsualEntryCount * sizeof(GptEntry);

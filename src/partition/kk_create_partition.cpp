@@ -4,8 +4,6 @@
 #include "partition/disk_range.h"
 #include "partition/disk_refresh.h"
 #include "partition/gpt_format.h"
-#include "partition/identifiers.h"
-#include "partition/mbr_format.h"
 #include "partition/partition_alignment.h"
 #include "partition/table_edit.h"
 
@@ -57,10 +55,7 @@ KK_STATUS CreatePartition(uint32_t disk, const DiskRange& region, uint64_t wante
 
     DiskRange place = {};
     KK_TRY(PlacePartition(layout, region, wanted, place));
-    Guid gptType;
-    GetBasicDataTypeGuid(gptType);
-    KK_TRY(AddPartitionEntry(*drive, layout.sectorSize, layout.style, place.start, place.length, gptType, kMbrTypeNtfs,
-                             nullptr));
+    KK_TRY(AddDataPartition(*drive, layout, place));
     RefreshDiskProperties(*drive);
     start = place.start;
     return KK_STATUS_SUCCESS;

@@ -3,6 +3,7 @@
 #include "partition/gpt_edit.h"
 #include "partition/identifiers.h"
 #include "partition/mbr_edit.h"
+#include "partition/mbr_format.h"
 #include "partition/table_sector.h"
 
 namespace kk {
@@ -31,6 +32,14 @@ KK_STATUS AddPartitionEntry(DeviceFile& disk, uint32_t sectorSize, PartitionStyl
                     .name = kNewPartitionName};
     GenerateRandomGuid(edit.uniqueGuid);
     return EditGptPartition(disk, sectorSize, edit, number);
+}
+
+KK_STATUS AddDataPartition(DeviceFile& disk, const DiskLayout& layout, const DiskRange& place)
+{
+    Guid gptType;
+    GetBasicDataTypeGuid(gptType);
+    return AddPartitionEntry(disk, layout.sectorSize, layout.style, place.start, place.length, gptType, kMbrTypeNtfs,
+                             nullptr);
 }
 
 KK_STATUS RemovePartitionEntry(DeviceFile& disk, uint32_t sectorSize, PartitionStyle style, uint64_t offset)

@@ -5,6 +5,7 @@
 #include "core/device_file.h"
 #include "core/guid.h"
 #include "disk/disk_layout.h"
+#include "partition/disk_range.h"
 
 namespace kk {
 
@@ -27,6 +28,9 @@ namespace kk {
 /// soon as the slot is known, before the disk is.
 [[nodiscard]] KK_STATUS AddPartitionEntry(DeviceFile& disk, uint32_t sectorSize, PartitionStyle style, uint64_t offset,
                                           uint64_t length, const Guid& gptType, uint8_t mbrType, uint32_t* number);
+
+/// Adds a partition of the type "basic data", MBR 0x07, as AddPartitionEntry does.
+[[nodiscard]] KK_STATUS AddDataPartition(DeviceFile& disk, const DiskLayout& layout, const DiskRange& place);
 
 /// Removes the partition that starts in the sector of byte `offset`.
 [[nodiscard]] KK_STATUS RemovePartitionEntry(DeviceFile& disk, uint32_t sectorSize, PartitionStyle style,

@@ -1,6 +1,15 @@
+#include <cstdlib>
+
 #include "exports/support/export_test.h"
 
 namespace {
+
+/// The shipped DLL, unless KK_TESTED_DLL names one that was built otherwise.
+const char* TestedDll()
+{
+    const char* const other = std::getenv("KK_TESTED_DLL");
+    return other != nullptr ? other : KK_DLL;
+}
 
 class ShippedDll final : public LibraryFlavour {
 public:
@@ -8,7 +17,7 @@ public:
     bool IsSanitized() const override { return false; }
 
 private:
-    machine::LoadedDll dll_{KK_DLL};
+    machine::LoadedDll dll_{TestedDll()};
     machine::KestrelkitApi api_ = machine::ApiFromDll(dll_);
 };
 
