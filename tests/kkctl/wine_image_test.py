@@ -50,12 +50,14 @@ class ImageCase(WineCase):
     def at(cls, name):
         return os.path.join(cls.folder, name)
 
+    def times_of_last_writes(self):
+        return [os.stat(self.at(name)).st_mtime_ns for name in ("gpt.vhdx", "fixed.vhdx", "mbr.vhdx")]
+
     def setUp(self):
-        self.images = {name: sha256(self.at(name)) for name in ("gpt.vhdx", "fixed.vhdx", "mbr.vhdx")}
+        self.before = self.times_of_last_writes()
 
     def tearDown(self):
-        for name, digest in self.images.items():
-            self.assertEqual(sha256(self.at(name)), digest, name + " was changed")
+        self.assertEqual(self.times_of_last_writes(), self.before, "no image is written to")
 
     def target(self, size, fill=b"\0"):
         """A file in the folder, by its name: what begins with a slash is an option for programs of Windows."""
@@ -66,6 +68,11 @@ class ImageCase(WineCase):
 
     def json_of(self, *arguments):
         return json.loads(self.run_kkctl(*arguments, "--json", expect=0)[0])
+
+    def volume(self):
+        with open(self.at("volume.raw"), "wb") as file:
+            file.write(read_range(self.gpt, NTFS_START, NTFS_LENGTH))
+        return "volume.raw"
 
     def assert_same(self, name, start, source, source_start, length):
         self.assertTrue(read_range(self.at(name), start, length) == read_range(source, source_start, length),
@@ -176,26 +183,11 @@ class RestoreTest(ImageCase):
 
 
 class CloneTest(ImageCase):
-    def volume(self):
-        with open(self.at("volume.raw"), "wb") as file:
-            file.write(read_range(self.gpt, NTFS_START, NTFS_LENGTH))
-        return "volume.raw"
-
     def test_a_file_onto_a_larger_one(self):
         target = self.target(NTFS_LENGTH + MIB)
         self.run_kkctl("clone", self.volume(), target, expect=0)
         self.assert_same(target, 0, self.gpt, NTFS_START, NTFS_LENGTH)
         self.assertEqual(read_range(self.at(target), NTFS_LENGTH, MIB), bytes(MIB))
-
-    def test_a_device_onto_a_file(self):
-        devices = os.path.join(self.environment["WINEPREFIX"], "dosdevices")
-        os.symlink(self.folder, os.path.join(devices, "x:"))
-        os.symlink(self.at(self.volume()), os.path.join(devices, "x::"))
-        self.stop_wine()
-        target = self.target(NTFS_LENGTH)
-        output, _ = self.run_kkctl("clone", "x:", target, expect=0)
-        self.assertEqual(output, f"Cloned x: onto {target}\n")
-        self.assert_same(target, 0, self.gpt, NTFS_START, NTFS_LENGTH)
 
     def test_a_file_onto_a_smaller_one(self):
         target = self.target(MIB)
@@ -231,6 +223,20 @@ class ServiceTest(ImageCase):
         self.assertIn("Style       GPT\n", output)
         self.assertTrue(output.endswith("Disk 0 shows no image.\n"), output)
         self.assertIn("kkctl: line 2 failed\n", errors)
+
+
+class VolumeDeviceTest(ImageCase):
+    """The last class, in the order of the names: what is run after a restart of Wine starts slowly."""
+
+    def test_a_device_onto_a_file(self):
+        devices = os.path.join(self.environment["WINEPREFIX"], "dosdevices")
+        os.symlink(self.folder, os.path.join(devices, "x:"))
+        os.symlink(self.at(self.volume()), os.path.join(devices, "x::"))
+        self.stop_wine()
+        target = self.target(NTFS_LENGTH)
+        output, _ = self.run_kkctl("clone", "x:", target, expect=0)
+        self.assertEqual(output, f"Cloned x: onto {target}\n")
+        self.assert_same(target, 0, self.gpt, NTFS_START, NTFS_LENGTH)
 
 
 if __name__ == "__main__":
