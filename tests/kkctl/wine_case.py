@@ -39,11 +39,18 @@ class WineCase(unittest.TestCase):
             subprocess.run([server, "-k"], env=cls.environment, check=False)
 
     def run_kkctl(self, *arguments, expect, stdin=b""):
-        result = subprocess.run([WINE, program[0], *arguments], env=self.environment, cwd=self.folder, input=stdin,
-                                capture_output=True, timeout=RUN_SECONDS)
-        output, errors = result.stdout.decode(), result.stderr.decode()
+        # Into files: what Wine starts in the background would hold pipes open for seconds.
+        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+            result = subprocess.run([WINE, program[0], *arguments], env=self.environment, cwd=self.folder, input=stdin,
+                                    stdout=out, stderr=err, timeout=RUN_SECONDS)
+            output, errors = (self.text_in(file) for file in (out, err))
         self.assertEqual(result.returncode, expect, output + errors)
-        return output.replace("\r\n", "\n"), errors.replace("\r\n", "\n")
+        return output, errors
+
+    @staticmethod
+    def text_in(file):
+        file.seek(0)
+        return file.read().decode().replace("\r\n", "\n")
 
 
 def main():
