@@ -18,3 +18,10 @@ std::string ComplaintAboutNtfs(machine::Disk& disk, const Place& place)
     disk.ExportFile(place.start, place.length, file.Path());
     return ComplaintAboutNtfs(file.Path());
 }
+
+std::string PartitionsForOthers(machine::Disk& disk, const DiskKind& kind)
+{
+    const machine::TemporaryFile file;
+    disk.ExportFile(0, disk.Size(), file.Path());
+    return PartitionsForOthers(file.Path(), kind.sectorSize);
+}

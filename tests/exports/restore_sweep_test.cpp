@@ -1,0 +1,251 @@
+#include <algorithm>
+
+#include "backup/image_partition_table.h"
+#include "core/transfer.h"
+#include "disk/volume_controls.h"
+#include "exports/support/restore_test.h"
+#include "support/sweep.h"
+
+// Each call of the machine fails once, alone or with all that come after it.
+
+namespace {
+
+using machine::CallKind;
+using machine::CallRecord;
+
+constexpr uint64_t kDeviceObjectBytes = 16;
+constexpr uint64_t kPartitionListBytes = 8 * sizeof(kk::GptImageEntry);
+
+bool IsRequest(const CallRecord& call)
+{
+    return call.kind == CallKind::DeviceControl || call.kind == CallKind::FsControl;
+}
+
+/// What happened before one call, as far as it tells what the call was made for.
+class Before {
+public:
+    Before(const machine::Journal& journal, const CallRecord& call)
+    {
+        for (const CallRecord& earlier : journal.Records()) {
+            if (earlier.index >= call.index) {
+                continue;
+            }
+            const bool opens =
+                earlier.kind == CallKind::CreateFile && earlier.object.find(".vhdx") == std::string::npos;
+            targetOpened = targetOpened || opens;
+            targetOpenedToWrite = targetOpenedToWrite || (opens && (earlier.access & machine::kFileWriteData) != 0);
+            partitionsListed = partitionsListed || earlier.length == kPartitionListBytes;
+            driveRead =
+                driveRead || (earlier.kind == CallKind::ReadFile && earlier.object.find("Drive") != std::string::npos);
+            volumeUnlocked = volumeUnlocked || earlier.code == 0x9001C;
+        }
+    }
+
+    bool targetOpened = false;
+    bool targetOpenedToWrite = false;
+    bool driveRead = false;
+    bool partitionsListed = false;  // the image's; a list of the chosen ones takes as much memory
+    bool volumeUnlocked = false;
+};
+
+/// What reading an image's table owes. The other copy of a region table makes up for one that cannot be read.
+int32_t OwedByImage(const CallRecord& call, const Before& before)
+{
+    switch (call.kind) {
+    case CallKind::ReadFile:
+        return call.offset == 0x30000   ? 0
+               : call.offset == 0x40000 ? KK_STATUS_REGISTRY_CORRUPT
+                                        : static_cast<int32_t>(call.result);
+    case CallKind::Allocate:
+        return call.length == kDeviceObjectBytes || before.partitionsListed ? KK_STATUS_NO_MEMORY
+                                                                            : KK_STATUS_UNSUCCESSFUL;
+    case CallKind::CreateFile:
+        return static_cast<int32_t>(call.result);
+    default:
+        return 0;
+    }
+}
+
+/// What a target owes whose requests are all best effort. `allocation` is owed by memory for anything but the object
+/// and the buffer.
+int32_t OwedByTarget(const CallRecord& call, int32_t allocation = KK_STATUS_NO_MEMORY)
+{
+    switch (call.kind) {
+    case CallKind::Allocate:
+        return call.length == kDeviceObjectBytes || call.length == kk::kTransferBytes ? KK_STATUS_NO_MEMORY
+                                                                                      : allocation;
+    case CallKind::CreateFile:
+    case CallKind::ReadFile:
+    case CallKind::WriteFile:
+        return static_cast<int32_t>(call.result);
+    default:
+        return 0;
+    }
+}
+
+class RestoreSweepTest : public RestoreTest {
+protected:
+    static constexpr uint64_t kSize = 32 * kMiB;
+    static constexpr Place kFirst = {kMiB, kMiB};
+    static constexpr Place kSecond = {3 * kMiB, kTransfer + kMiB};
+
+    using Debt = std::function<int32_t(const CallRecord&, const Before&, FaultMode)>;
+
+    RestoreSweepTest()
+    {
+        MakeImage(kSmallGpt, {kFirst, kSecond}, kSize);
+        BeginCall();
+    }
+
+    /// Sweeps a restore in both modes. `inOrder` is what it writes to the disk, `last` the request that a success ends
+    /// with and that a failure never sees.
+    void Sweep(const std::function<int32_t()>& restore, const std::vector<Place>& inOrder, const Debt& owed,
+               uint32_t last = 0)
+    {
+        for (const FaultMode mode : {FaultMode::OneCall, FaultMode::ThatCallAndAllLater}) {
+            const DiskBytes before(Target());
+            const uint64_t calls =
+                SweepFailingCalls(machine, mode, restore, [&](const CallRecord* failed, int32_t status) {
+                    EXPECT_EQ(status, FirstDebt(owed, mode));
+                    EXPECT_TRUE(status == 0 || last == 0 || machine.journal.Count({.code = last}) == 0);
+                    EXPECT_TRUE(failed != nullptr || last == 0 || Succeeded({.code = last}) == 1);
+                    ExpectTheWritesThatSucceeded(before, inOrder, status);
+                });
+            EXPECT_GT(calls, 20u);
+        }
+    }
+
+    size_t Succeeded(const machine::CallPattern& pattern) const
+    {
+        const std::vector<CallRecord> calls = machine.journal.FindAll(pattern);
+        return static_cast<size_t>(std::ranges::count_if(
+            calls, [](const CallRecord& call) { return static_cast<int32_t>(call.result) >= 0; }));
+    }
+
+    /// The file system's part of an extension, which would write to the disk too.
+    void PretendToExtend()
+    {
+        machine.OnControl({.code = 0x900F0}, [](const CallRecord&, const machine::ControlRequest&) {
+            return std::optional(machine::ControlAnswer{});
+        });
+    }
+
+    /// Set where a source that cannot be read ends a copy with success.
+    bool readsAreOptional = false;
+
+private:
+    /// The first failed call that owes a status decides.
+    int32_t FirstDebt(const Debt& owed, FaultMode mode) const
+    {
+        for (const CallRecord& call : machine.journal.Records()) {
+            if (const int32_t debt = call.struck ? owed(call, Before(machine.journal, call), mode) : 0; debt != 0) {
+                return debt;
+            }
+        }
+        return 0;
+    }
+
+    void ExpectTheWritesThatSucceeded(const DiskBytes& before, std::vector<Place> inOrder, int32_t status) const
+    {
+        const size_t writes = Succeeded({.kind = CallKind::WriteFile});
+        ASSERT_LE(writes, inOrder.size());
+        EXPECT_TRUE(readsAreOptional || (status == 0) == (writes == inOrder.size()));
+        for (size_t i = 0; i < inOrder.size(); ++i) {
+            EXPECT_EQ(before.HasChanged(inOrder[i]), i < writes) << inOrder[i];
+        }
+        inOrder.resize(writes);
+        EXPECT_THAT(written, testing::ElementsAreArray(inOrder)) << "and nothing else was written";
+    }
+};
+
+TEST_F(RestoreSweepTest, ADiskWithItsTable)
+{
+    AddTarget(kSize);
+    Sweep([this] { return RestorePartitions({1, 2}, 1); },
+          {{0, 512},
+           {512, 512},
+           {1024, 16384},
+           {kSize - 512 - 16384, 16384},
+           {kSize - 512, 512},
+           kFirst,
+           {kSecond.start, kTransfer},
+           {kSecond.start + kTransfer, kMiB}},
+          [](const CallRecord& call, const Before& before, FaultMode) {
+              return before.targetOpened ? OwedByTarget(call, KK_STATUS_UNSUCCESSFUL) : OwedByImage(call, before);
+          });
+}
+
+TEST_F(RestoreSweepTest, FreeSpaceOfAGpt)
+{
+    AddTarget(kSmallGpt, {{kMiB, kMiB}}, kSize);
+    Sweep([this] { return RestoreToFreeSpace(2, 4 * kMiB, 20 * kMiB); },
+          {{1024, 16384},
+           {512, 512},
+           {kSize - 512 - 16384, 16384},
+           {kSize - 512, 512},
+           {4 * kMiB, kTransfer},
+           {4 * kMiB + kTransfer, kMiB}},
+          [](const CallRecord& call, const Before& before, FaultMode mode) {
+              if (IsRequest(call) && call.code == 0x700A0) {
+                  return mode == FaultMode::OneCall ? KK_STATUS_BUFFER_TOO_SMALL : 0;
+              }
+              const bool looksForTheUsableArea = call.kind == CallKind::ReadFile && !before.driveRead;
+              return !before.targetOpened ? OwedByImage(call, before) : looksForTheUsableArea ? 0 : OwedByTarget(call);
+          },
+          0x70140);
+}
+
+TEST_F(RestoreSweepTest, FreeSpaceOfAnMbr)
+{
+    AddTarget(kSmallMbr, {{kMiB, kMiB}}, kSize);
+    Sweep([this] { return RestoreToFreeSpace(2, 4 * kMiB, 20 * kMiB, 1); },
+          {{0, 512}, {4 * kMiB, kTransfer}, {4 * kMiB + kTransfer, kMiB}},
+          [](const CallRecord& call, const Before& before, FaultMode mode) {
+              if (IsRequest(call) && call.code == 0x700A0) {
+                  return mode == FaultMode::OneCall ? KK_STATUS_BUFFER_TOO_SMALL : 0;
+              }
+              return before.targetOpened ? OwedByTarget(call) : OwedByImage(call, before);
+          },
+          0x70140);
+}
+
+TEST_F(RestoreSweepTest, AVolumeThatIsExtendedAfterwards)
+{
+    machine::FormatRegion(MakeImage(kSmallGpt, {kFirst, kSecond}, kSize), 512, kSecond.start, kSecond.length,
+                          machine::FileSystem::Ntfs, {});
+    BeginCall();
+    AddTarget(kSmallGpt, {{4 * kMiB, 20 * kMiB}}, kSize);
+    PretendToExtend();
+    const std::u16string volume = VolumeAt(4 * kMiB);
+    Sweep([this, &volume] { return RestoreToVolume(2, volume, 1); },
+          {{4 * kMiB, kTransfer}, {4 * kMiB + kTransfer, kMiB}},
+          [](const CallRecord& call, const Before& before, FaultMode) {
+              return !before.targetOpened ? OwedByImage(call, before) : before.volumeUnlocked ? 0 : OwedByTarget(call);
+          },
+          0x900F0);
+}
+
+TEST_F(RestoreSweepTest, AClonedVolume)
+{
+    AddTarget(kSmallGpt, {kFirst, kSecond, {16 * kMiB, 10 * kMiB}}, kSize);
+    Target().WriteBytes(kSecond.start, Pattern(kSecond.length, 1));
+    machine.FindVolume(0, 16 * kMiB)->SetNtfsData([](const machine::ControlRequest&) {
+        kk::NtfsVolumeData data = {};
+        data.numberSectors = 1000;
+        return machine::ControlAnswer{.output = machine::BytesOf(data)};
+    });
+    PretendToExtend();
+    readsAreOptional = true;
+    const std::u16string source = VolumeAt(kSecond.start);
+    const std::u16string target = VolumeAt(16 * kMiB);
+    Sweep([&] { return CloneVolume(source, target, 1); }, {{16 * kMiB, kTransfer}, {16 * kMiB + kTransfer, kMiB}},
+          [](const CallRecord& call, const Before& before, FaultMode) {
+              if (!before.targetOpenedToWrite) {
+                  return IsRequest(call) && call.code == 0x7405C ? KK_STATUS_UNSUCCESSFUL : OwedByTarget(call);
+              }
+              return before.volumeUnlocked || call.kind == CallKind::ReadFile ? 0 : OwedByTarget(call);
+          },
+          0x900F0);
+}
+
+}  // namespace

@@ -1,0 +1,478 @@
+#include <algorithm>
+
+#include "exports/support/restore_test.h"
+#include "exports/support/table_on_disk.h"
+
+// Where KkRestoreToFreeSpace makes its partition, of which length, and what it refuses.
+
+namespace {
+
+using machine::CallKind;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class RestoreToFreeSpaceTest : public RestoreTest {
+protected:
+    static constexpr uint64_t kSize = 64 * kMiB;
+    static constexpr uint64_t kSource = 2 * kMiB;
+    static constexpr uint64_t kLength = 3 * kMiB + 512;
+    /// A partition of one sector.
+    static constexpr uint64_t kTinySource = 6 * kMiB;
+    static constexpr Place kTaken = {32 * kMiB, 8 * kMiB};
+    static constexpr uint64_t kAll = UINT64_MAX;
+    static constexpr uint64_t kUsableEnd = kSize - 33 * 512;
+
+    RestoreToFreeSpaceTest()
+    {
+        MakeImage(kSmallGpt, {{kTinySource, 512}, {kSource, kLength}}, 8 * kMiB);
+        AddTarget(kSmallGpt, {kTaken}, kSize);
+    }
+
+    int32_t Restore(uint64_t regionStart, uint64_t regionLength, int32_t keepSize = 0)
+    {
+        return RestoreToFreeSpace(2, regionStart, regionLength, keepSize);
+    }
+
+    /// The partition that was added; the disk's own is still the first.
+    Place Added(const DiskKind& kind = kSmallGpt) const
+    {
+        const std::vector<std::optional<Place>> slots = ReadSlots(Target(), kind);
+        EXPECT_EQ(slots.at(0), kTaken);
+        return slots.size() == 2 && slots[1] ? *slots[1] : Place{};
+    }
+
+    void ExpectRefused(int32_t expected, uint64_t regionStart, uint64_t regionLength, int32_t keepSize = 0)
+    {
+        const DiskBytes before(Target());
+        EXPECT_EQ(Restore(regionStart, regionLength, keepSize), expected) << regionStart << ", " << regionLength;
+        before.ExpectUnchanged();
+        EXPECT_THAT(written, IsEmpty());
+        EXPECT_EQ(machine.journal.Count({.code = 0x70140}), 0u);
+    }
+
+    void PutOnTarget(uint64_t offset, uint64_t number) { Target().WriteBytes(offset, machine::BytesOf(number)); }
+    static constexpr uint64_t kFirstUsableField = 512 + 40;
+    static constexpr uint64_t kLastUsableField = 512 + 48;
+};
+
+TEST_F(RestoreToFreeSpaceTest, ThePartitionFillsTheRegion)
+{
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    EXPECT_EQ(Added(), (Place{8 * kMiB, 16 * kMiB}));
+    ExpectRestored(kSource, 8 * kMiB, kLength);
+    ExpectOld(8 * kMiB + kLength, 16 * kMiB - kLength);
+    EXPECT_THAT(DriverKnows(), ElementsAre(kTaken, Added()));
+}
+
+TEST_F(RestoreToFreeSpaceTest, ThePartitionKeepsItsSizeWhenAskedTo)
+{
+    for (const int32_t yes : {1, 0x100, -1, Status(0x80000000)}) {
+        AddTarget(kSmallGpt, {kTaken}, kSize);
+
+        ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB, yes), 0);
+
+        EXPECT_EQ(Added(), (Place{8 * kMiB, kLength})) << std::hex << yes;
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, TheEntryIsABasicDataPartitionWithTheUsualName)
+{
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    for (const uint64_t headerLba : {uint64_t{1}, kSize / 512 - 1}) {
+        const machine::GptEntryRecord entry = ReadGpt(Target(), headerLba).entries.at(1);
+        EXPECT_EQ(machine::BytesOf(entry.type), machine::BytesOf(machine::kBasicDataType));
+        EXPECT_EQ(std::u16string(entry.name), u"Basic data partition") << "and not the image's";
+        EXPECT_NE(machine::BytesOf(entry.id), machine::BytesOf(machine::MadeUpPartitionId(1)));
+        EXPECT_EQ(entry.attributes, 0u);
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, OnAnMbrDiskTheTypeIsThatOfNtfs)
+{
+    AddTarget(kSmallMbr, {kTaken}, kSize);
+
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    EXPECT_EQ(Added(kSmallMbr), (Place{8 * kMiB, 16 * kMiB}));
+    EXPECT_EQ(ReadMbr(Target()).entries[1].type, 0x07);
+    EXPECT_EQ(ReadMbr(Target()).entries[1].status, 0);
+    ExpectRestored(kSource, 8 * kMiB, kLength);
+    EXPECT_THAT(DriverKnows(), ElementsAre(kTaken, Added(kSmallMbr)));
+}
+
+TEST_F(RestoreToFreeSpaceTest, TheStartIsTheNextMebibyteAndNeverTheDisksBeginning)
+{
+    const std::pair<uint64_t, uint64_t> starts[] = {
+        {0, kMiB}, {1, kMiB}, {kMiB, kMiB}, {kMiB + 1, 2 * kMiB}, {2 * kMiB - 1, 2 * kMiB}, {9 * kMiB, 9 * kMiB}};
+    for (const auto& [regionStart, start] : starts) {
+        AddTarget(kSmallGpt, {kTaken}, kSize);
+
+        ASSERT_EQ(Restore(regionStart, 20 * kMiB - regionStart, 1), 0);
+
+        EXPECT_EQ(Added(), (Place{start, kLength})) << regionStart;
+        ExpectRestored(kSource, start, kLength);
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, TheRoomBeforeTheStartIsLost)
+{
+    ASSERT_EQ(Restore(8 * kMiB + 1, 5 * kMiB), 0);
+
+    EXPECT_EQ(Added(), (Place{9 * kMiB, 4 * kMiB})) << "up to the last whole sector";
+}
+
+TEST_F(RestoreToFreeSpaceTest, ARegionMayReachFarBehindTheDisk)
+{
+    for (const uint64_t length : {kAll, kAll - 40 * kMiB, kSize}) {
+        AddTarget(kSmallGpt, {kTaken}, kSize);
+        ASSERT_EQ(Restore(40 * kMiB, length), 0);
+        EXPECT_EQ(Added(), (Place{40 * kMiB, kUsableEnd - 40 * kMiB})) << "up to the last usable sector";
+
+        AddTarget(kSmallMbr, {kTaken}, kSize);
+        ASSERT_EQ(Restore(40 * kMiB, length), 0);
+        EXPECT_EQ(Added(kSmallMbr), (Place{40 * kMiB, kSize - 40 * kMiB})) << "up to the disk's end";
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, ARegionThatBeginsBehindTheDiskHasNoRoom)
+{
+    for (const uint64_t start : {kSize, kSize + kMiB, uint64_t{1} << 63, kAll - 1, kAll}) {
+        for (const int32_t keepSize : {0, 1}) {
+            ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, start, kAll, keepSize);
+        }
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, ARegionOfExactlyTheLengthWillDo)
+{
+    for (const int32_t keepSize : {0, 1}) {
+        AddTarget(kSmallGpt, {kTaken}, kSize);
+
+        ASSERT_EQ(Restore(8 * kMiB, kLength, keepSize), 0);
+
+        EXPECT_EQ(Added(), (Place{8 * kMiB, kLength}));
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, ARegionThatIsAByteShorterWillNot)
+{
+    for (const int32_t keepSize : {0, 1}) {
+        ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, kLength - 1, keepSize);
+        ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, 0, keepSize);
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, LengthsAreWholeSectorsOfTheTarget)
+{
+    AddTarget(kLargeGpt, {kTaken}, kSize);
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB, 1), KK_STATUS_INVALID_PARAMETER)
+        << "a disk of large sectors refuses to be written a part of one";
+    EXPECT_EQ(Added(kLargeGpt), (Place{8 * kMiB, 3 * kMiB + 4096})) << "rounded up, and left in the table";
+
+    MakeImage(kSmallGpt, {{kTinySource, 512}, {kSource, 3 * kMiB}}, 8 * kMiB);
+    AddTarget(kLargeGpt, {kTaken}, kSize);
+    ASSERT_EQ(Restore(8 * kMiB, 4 * kMiB + 4095), 0);
+    EXPECT_EQ(Added(kLargeGpt), (Place{8 * kMiB, 4 * kMiB})) << "rounded down";
+    ExpectRestored(kSource, 8 * kMiB, 3 * kMiB);
+}
+
+TEST_F(RestoreToFreeSpaceTest, WhatFitsOnlyBeforeItIsRoundedDoesNotFit)
+{
+    AddTarget(kLargeGpt, {kTaken}, kSize);
+
+    ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, 3 * kMiB + 4095, 1);
+    ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, 3 * kMiB + 4095, 0);
+    ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, kLength, 1);
+}
+
+TEST_F(RestoreToFreeSpaceTest, APartitionAsLongAsNumbersGoDoesNotFit)
+{
+    const uint64_t lastLba = 1024 + 128 + 40;
+    for (const uint64_t value : {(uint64_t{1} << 55) + 2 * kMiB / 512 - 2, uint64_t{1} << 54, kAll}) {
+        PutInImage(lastLba, machine::BytesOf(value));
+
+        ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 0, kAll, 1);
+        ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 0, kAll, 0);
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, APartitionOfNoLengthFitsWhereThereIsNoRoom)
+{
+    PutInImage(1024 + 128 + 40, machine::BytesOf(kSource / 512 - 1));
+
+    EXPECT_EQ(Restore(8 * kMiB, 0), 0);
+
+    EXPECT_EQ(ReadGpt(Target(), 1).entries.at(1).firstLba, 8 * kMiB / 512);
+    EXPECT_EQ(ReadGpt(Target(), 1).entries.at(1).lastLba, 8 * kMiB / 512 - 1);
+    AddTarget(kSmallGpt, {kTaken}, kSize);
+    ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, kAll, 0);
+}
+
+TEST_F(RestoreToFreeSpaceTest, AGptsUsableAreaLimitsTheRegion)
+{
+    PutOnTarget(kFirstUsableField, 5 * kMiB / 512 + 1);
+    PutOnTarget(kLastUsableField, 20 * kMiB / 512 + 6);
+
+    ASSERT_EQ(Restore(0, kAll), 0);
+
+    EXPECT_EQ(Added(), (Place{6 * kMiB, 14 * kMiB + 7 * 512}));
+}
+
+TEST_F(RestoreToFreeSpaceTest, AUsableAreaIsNeverWidened)
+{
+    PutOnTarget(kFirstUsableField, 0);
+    PutOnTarget(kLastUsableField, kAll);
+
+    ASSERT_EQ(Restore(8 * kMiB, 4 * kMiB), 0);
+
+    EXPECT_EQ(Added(), (Place{8 * kMiB, 4 * kMiB}));
+}
+
+TEST_F(RestoreToFreeSpaceTest, AUsableAreaThatBeginsBeyondAllNumbersHasNoRoom)
+{
+    for (const uint64_t lba : {kAll, uint64_t{1} << 55, (uint64_t{1} << 55) + 16384}) {
+        PutOnTarget(kFirstUsableField, lba);
+
+        ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 0, kAll, 1);
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, AUsableAreaWithoutSectorsHasNoRoom)
+{
+    PutOnTarget(kLastUsableField, 0);
+
+    ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 0, kAll, 1);
+}
+
+TEST_F(RestoreToFreeSpaceTest, AHeaderThatCannotBeReadLimitsNothing)
+{
+    machine.faults.Fail({.kind = CallKind::ReadFile, .object = "PhysicalDrive0"}, 1, 0xC0000185);
+
+    ASSERT_EQ(Restore(40 * kMiB, kAll), 0);
+
+    EXPECT_EQ(ReadGpt(Target(), 1).Slots(512).at(1), (Place{40 * kMiB, kSize - 40 * kMiB}));
+}
+
+TEST_F(RestoreToFreeSpaceTest, AHeaderWithoutItsSignatureLimitsNothingAndTakesNoPartition)
+{
+    PutOnTarget(kFirstUsableField, kAll);
+    Target().FlipBit(512);
+
+    ExpectRefused(KK_STATUS_REGISTRY_CORRUPT, 8 * kMiB, 4 * kMiB);
+}
+
+TEST_F(RestoreToFreeSpaceTest, OfAnMbrDiskNoHeaderIsRead)
+{
+    AddTarget(kSmallMbr, {kTaken}, kSize);
+    const std::vector<uint8_t> header = ImageBytes(512, 512);
+    Target().WriteBytes(512, header);
+    PutOnTarget(kFirstUsableField, kAll);
+
+    EXPECT_EQ(Restore(40 * kMiB, kAll), 0);
+
+    EXPECT_EQ(StepsLike("read drive 0 at 512+"), 0u);
+    EXPECT_EQ(Added(kSmallMbr), (Place{40 * kMiB, kSize - 40 * kMiB}));
+}
+
+TEST_F(RestoreToFreeSpaceTest, ARegionThatReachesIntoAPartitionIsNotFree)
+{
+    const uint64_t end = kTaken.start + kTaken.length;
+    for (const TableKind table : {TableKind::Gpt, TableKind::Mbr}) {
+        AddTarget({table, 512}, {kTaken}, kSize);
+
+        ExpectRefused(KK_STATUS_INVALID_PARAMETER, 24 * kMiB, 8 * kMiB + 512);
+        ExpectRefused(KK_STATUS_INVALID_PARAMETER, kTaken.start, 4 * kMiB);
+        ExpectRefused(KK_STATUS_INVALID_PARAMETER, end - kMiB, 5 * kMiB);
+        ExpectRefused(KK_STATUS_INVALID_PARAMETER, 0, kAll);
+        ExpectRefused(KK_STATUS_INVALID_PARAMETER, 29 * kMiB, 16 * kMiB, 1);
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, ARegionMayTouchItsNeighbours)
+{
+    AddTarget(kSmallGpt, {kTaken, {20 * kMiB, 8 * kMiB}}, kSize);
+
+    ASSERT_EQ(Restore(28 * kMiB, 4 * kMiB), 0);
+
+    EXPECT_EQ(ReadSlots(Target(), kSmallGpt).at(2), (Place{28 * kMiB, 4 * kMiB}));
+}
+
+TEST_F(RestoreToFreeSpaceTest, KeptSizesNeedOnlyTheirOwnRoomFree)
+{
+    ASSERT_EQ(Restore(28 * kMiB, 30 * kMiB, 1), 0);
+
+    EXPECT_EQ(Added(), (Place{28 * kMiB, kLength}));
+}
+
+TEST_F(RestoreToFreeSpaceTest, ADiskWithoutATableIsNotSupported)
+{
+    AddTarget(kSize);
+
+    ExpectRefused(KK_STATUS_NOT_SUPPORTED, 8 * kMiB, 16 * kMiB);
+
+    EXPECT_EQ(StepsLike("for writing"), 0u);
+}
+
+TEST_F(RestoreToFreeSpaceTest, ADiskThatIsNotThereTellsWhy)
+{
+    BeginCall();
+
+    EXPECT_EQ(api.restoreToFreeSpace(ImagePath().c_str(), 2, 7, 0, kAll, 0), machine::kObjectNameNotFound);
+}
+
+TEST_F(RestoreToFreeSpaceTest, ADiskThatDoesNotTellItsSizeHasNoRoom)
+{
+    Fail({.code = 0x700A0}, 0xC0000010);
+
+    ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, 16 * kMiB);
+}
+
+TEST_F(RestoreToFreeSpaceTest, ASectorSizeOfZeroCountsAs512)
+{
+    Target().behaviour.reportsZeroBytesPerSector = true;
+
+    ASSERT_EQ(Restore(8 * kMiB, 4 * kMiB + 700), 0);
+
+    EXPECT_EQ(Added(), (Place{8 * kMiB, 4 * kMiB + 512}));
+}
+
+TEST_F(RestoreToFreeSpaceTest, AFullTableTakesNoPartition)
+{
+    AddTarget(kSmallMbr, {{32 * kMiB, kMiB}, {34 * kMiB, kMiB}, {36 * kMiB, kMiB}, {38 * kMiB, kMiB}}, kSize);
+
+    ExpectRefused(KK_STATUS_DISK_FULL, 8 * kMiB, 16 * kMiB);
+}
+
+TEST_F(RestoreToFreeSpaceTest, AnImageWithAnMbrServesToo)
+{
+    MakeImage(kSmallMbr, {{kTinySource, 512}, {kSource, kLength}}, 8 * kMiB);
+
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB, 1), 0);
+
+    EXPECT_EQ(Added(), (Place{8 * kMiB, kLength}));
+    ExpectRestored(kSource, 8 * kMiB, kLength);
+}
+
+TEST_F(RestoreToFreeSpaceTest, AnImageWithoutWhatIsAskedForLeavesTheDiskAlone)
+{
+    EXPECT_EQ(RestoreToFreeSpace(3, 8 * kMiB, 16 * kMiB), KK_STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(RestoreToFreeSpace(0, 8 * kMiB, 16 * kMiB), KK_STATUS_INVALID_PARAMETER);
+    MakeImage(kSmallGpt, std::vector<Place>{}, 8 * kMiB);
+    EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), KK_STATUS_INVALID_PARAMETER);
+    MakeBlankImage(8 * kMiB);
+    EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), KK_STATUS_REGISTRY_CORRUPT);
+
+    EXPECT_EQ(StepsLike("drive"), 0u);
+}
+
+TEST_F(RestoreToFreeSpaceTest, TheImagesPathIsRequired)
+{
+    BeginCall();
+
+    EXPECT_EQ(api.restoreToFreeSpace(nullptr, 2, 0, 8 * kMiB, 16 * kMiB, 0), KK_STATUS_INVALID_PARAMETER);
+
+    EXPECT_THAT(machine.journal.Records(), IsEmpty());
+}
+
+TEST_F(RestoreToFreeSpaceTest, TheSystemLearnsOfThePartitionWhenItIsFilled)
+{
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    const std::string backupArray = std::to_string(kSize - 512 - 16384) + "+16384";
+    const std::string backupHeader = std::to_string(kSize - 512) + "+512";
+    EXPECT_THAT(Steps(),
+                ElementsAre("open image", "read image", "open drive 0", "geometry of drive 0", "layout of drive 0",
+                            "close drive 0", "open drive 0 for writing", "read drive 0 at 512+512",
+                            "read drive 0 at 512+512", "read drive 0 at 512+512", "read drive 0 at 1024+16384",
+                            "write drive 0 at 1024+16384", "write drive 0 at 512+512",
+                            "read drive 0 at " + backupHeader, "read drive 0 at " + backupArray,
+                            "write drive 0 at " + backupArray, "write drive 0 at " + backupHeader, "flush drive 0",
+                            "read image", "write drive 0 at 8388608+3146240", "flush drive 0", "refresh drive 0",
+                            "close drive 0", "close image"));
+}
+
+TEST_F(RestoreToFreeSpaceTest, AFailingCopyLeavesTheEntryAndTellsNobody)
+{
+    // Two arrays and two headers come before the data.
+    machine.faults.Fail({.kind = CallKind::WriteFile}, 5, 0xC0000185);
+
+    EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), Status(0xC0000185));
+
+    EXPECT_EQ(Added(), (Place{8 * kMiB, 16 * kMiB}));
+    EXPECT_THAT(DriverKnows(), ElementsAre(kTaken));
+    EXPECT_EQ(StepsLike("flush drive 0"), 1u) << "the table's own";
+    ExpectOld(8 * kMiB, kLength);
+}
+
+TEST_F(RestoreToFreeSpaceTest, AFailingTableEditIsFollowedByNoData)
+{
+    for (uint64_t nth = 1; nth <= 4; ++nth) {
+        AddTarget(kSmallGpt, {kTaken}, kSize);
+        machine.faults.Clear();
+        machine.faults.Fail({.kind = CallKind::WriteFile}, nth, 0xC0000185);
+
+        EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), Status(0xC0000185)) << nth;
+
+        ExpectOld(8 * kMiB, kLength);
+        EXPECT_EQ(machine.journal.Count({.code = 0x70140}), 0u);
+    }
+}
+
+TEST_F(RestoreToFreeSpaceTest, WithoutMemoryForTheBufferTheEntryStays)
+{
+    machine.heap.SetLimit(4 * kMiB);
+
+    EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), KK_STATUS_NO_MEMORY);
+
+    EXPECT_EQ(Added(), (Place{8 * kMiB, 16 * kMiB}));
+    EXPECT_THAT(DriverKnows(), ElementsAre(kTaken));
+}
+
+TEST_F(RestoreToFreeSpaceTest, AFlushOrRefreshThatFailsIsNoFailure)
+{
+    Fail({.kind = CallKind::Flush}, 0xC0000185);
+    Fail({.code = 0x70140}, 0xC0000185);
+
+    EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    ExpectRestored(kSource, 8 * kMiB, kLength);
+    EXPECT_EQ(machine.journal.Count({.code = 0x70140}), 1u);
+}
+
+TEST_F(RestoreToFreeSpaceTest, AChunkOfZerosLeavesWhatTheDiskHeld)
+{
+    MakeImage(kSmallGpt, {{kTinySource + 12 * kMiB, 512}, {kSource, kTransfer + kMiB}}, 20 * kMiB);
+    PutZerosInImage(kSource, kTransfer);
+
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    ExpectOld(8 * kMiB, kTransfer);
+    ExpectRestored(kSource + kTransfer, 8 * kMiB + kTransfer, kMiB);
+}
+
+TEST_F(RestoreToFreeSpaceTest, OneBufferIsTakenAndGivenBack)
+{
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    EXPECT_EQ(std::ranges::count(machine.heap.Sizes(), kTransfer), 1);
+    EXPECT_LT(machine.heap.PeakBytes(), kTransfer + 64 * kKiB);
+}
+
+TEST_F(RestoreToFreeSpaceTest, SectorsTooSmallForAHeaderAreNotRead)
+{
+    machine.OnControl({.object = "PhysicalDrive0", .code = 0x700A0},
+                      [](const machine::CallRecord&, const machine::ControlRequest&) {
+                          kk::DiskGeometryEx geometry = {};
+                          geometry.diskSize = kSize;
+                          geometry.bytesPerSector = 32;
+                          return std::optional(machine::ControlAnswer{.output = machine::BytesOf(geometry)});
+                      });
+
+    ExpectRefused(KK_STATUS_REGISTRY_CORRUPT, 8 * kMiB, 4 * kMiB);
+
+    EXPECT_EQ(StepsLike("read drive"), 0u);
+}
+
+}  // namespace
