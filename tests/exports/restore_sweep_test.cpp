@@ -85,9 +85,9 @@ int32_t OwedByTarget(const CallRecord& call, int32_t allocation = KK_STATUS_NO_M
 
 class RestoreSweepTest : public RestoreTest {
 protected:
-    static constexpr uint64_t kSize = 32 * kMiB;
+    static constexpr uint64_t kSize = 10 * kMiB;
     static constexpr Place kFirst = {kMiB, kMiB};
-    static constexpr Place kSecond = {3 * kMiB, kTransfer + kMiB};
+    static constexpr Place kSecond = {3 * kMiB, 2 * kMiB};
 
     using Debt = std::function<int32_t(const CallRecord&, const Before&, FaultMode)>;
 
@@ -95,6 +95,7 @@ protected:
     {
         MakeImage(kSmallGpt, {kFirst, kSecond}, kSize);
         BeginCall();
+        machine.heap.SetFast(true);
     }
 
     /// Sweeps a restore in both modes. `inOrder` is what it writes to the disk, `last` the request that a success ends
@@ -162,14 +163,7 @@ TEST_F(RestoreSweepTest, ADiskWithItsTable)
 {
     AddTarget(kSize);
     Sweep([this] { return RestorePartitions({1, 2}, 1); },
-          {{0, 512},
-           {512, 512},
-           {1024, 16384},
-           {kSize - 512 - 16384, 16384},
-           {kSize - 512, 512},
-           kFirst,
-           {kSecond.start, kTransfer},
-           {kSecond.start + kTransfer, kMiB}},
+          {{0, 512}, {512, 512}, {1024, 16384}, {kSize - 512 - 16384, 16384}, {kSize - 512, 512}, kFirst, kSecond},
           [](const CallRecord& call, const Before& before, FaultMode) {
               return before.targetOpened ? OwedByTarget(call, KK_STATUS_UNSUCCESSFUL) : OwedByImage(call, before);
           });
@@ -178,13 +172,8 @@ TEST_F(RestoreSweepTest, ADiskWithItsTable)
 TEST_F(RestoreSweepTest, FreeSpaceOfAGpt)
 {
     AddTarget(kSmallGpt, {{kMiB, kMiB}}, kSize);
-    Sweep([this] { return RestoreToFreeSpace(2, 4 * kMiB, 20 * kMiB); },
-          {{1024, 16384},
-           {512, 512},
-           {kSize - 512 - 16384, 16384},
-           {kSize - 512, 512},
-           {4 * kMiB, kTransfer},
-           {4 * kMiB + kTransfer, kMiB}},
+    Sweep([this] { return RestoreToFreeSpace(2, 4 * kMiB, 5 * kMiB); },
+          {{1024, 16384}, {512, 512}, {kSize - 512 - 16384, 16384}, {kSize - 512, 512}, {4 * kMiB, 2 * kMiB}},
           [](const CallRecord& call, const Before& before, FaultMode mode) {
               if (IsRequest(call) && call.code == 0x700A0) {
                   return mode == FaultMode::OneCall ? KK_STATUS_BUFFER_TOO_SMALL : 0;
@@ -198,8 +187,7 @@ TEST_F(RestoreSweepTest, FreeSpaceOfAGpt)
 TEST_F(RestoreSweepTest, FreeSpaceOfAnMbr)
 {
     AddTarget(kSmallMbr, {{kMiB, kMiB}}, kSize);
-    Sweep([this] { return RestoreToFreeSpace(2, 4 * kMiB, 20 * kMiB, 1); },
-          {{0, 512}, {4 * kMiB, kTransfer}, {4 * kMiB + kTransfer, kMiB}},
+    Sweep([this] { return RestoreToFreeSpace(2, 4 * kMiB, 5 * kMiB, 1); }, {{0, 512}, {4 * kMiB, 2 * kMiB}},
           [](const CallRecord& call, const Before& before, FaultMode mode) {
               if (IsRequest(call) && call.code == 0x700A0) {
                   return mode == FaultMode::OneCall ? KK_STATUS_BUFFER_TOO_SMALL : 0;
@@ -214,11 +202,10 @@ TEST_F(RestoreSweepTest, AVolumeThatIsExtendedAfterwards)
     machine::FormatRegion(MakeImage(kSmallGpt, {kFirst, kSecond}, kSize), 512, kSecond.start, kSecond.length,
                           machine::FileSystem::Ntfs, {});
     BeginCall();
-    AddTarget(kSmallGpt, {{4 * kMiB, 20 * kMiB}}, kSize);
+    AddTarget(kSmallGpt, {{4 * kMiB, 5 * kMiB}}, kSize);
     PretendToExtend();
     const std::u16string volume = VolumeAt(4 * kMiB);
-    Sweep([this, &volume] { return RestoreToVolume(2, volume, 1); },
-          {{4 * kMiB, kTransfer}, {4 * kMiB + kTransfer, kMiB}},
+    Sweep([this, &volume] { return RestoreToVolume(2, volume, 1); }, {{4 * kMiB, 2 * kMiB}},
           [](const CallRecord& call, const Before& before, FaultMode) {
               return !before.targetOpened ? OwedByImage(call, before) : before.volumeUnlocked ? 0 : OwedByTarget(call);
           },
@@ -227,9 +214,9 @@ TEST_F(RestoreSweepTest, AVolumeThatIsExtendedAfterwards)
 
 TEST_F(RestoreSweepTest, AClonedVolume)
 {
-    AddTarget(kSmallGpt, {kFirst, kSecond, {16 * kMiB, 10 * kMiB}}, kSize);
+    AddTarget(kSmallGpt, {kFirst, kSecond, {6 * kMiB, 3 * kMiB}}, kSize);
     Target().WriteBytes(kSecond.start, Pattern(kSecond.length, 1));
-    machine.FindVolume(0, 16 * kMiB)->SetNtfsData([](const machine::ControlRequest&) {
+    machine.FindVolume(0, 6 * kMiB)->SetNtfsData([](const machine::ControlRequest&) {
         kk::NtfsVolumeData data = {};
         data.numberSectors = 1000;
         return machine::ControlAnswer{.output = machine::BytesOf(data)};
@@ -237,8 +224,8 @@ TEST_F(RestoreSweepTest, AClonedVolume)
     PretendToExtend();
     readsAreOptional = true;
     const std::u16string source = VolumeAt(kSecond.start);
-    const std::u16string target = VolumeAt(16 * kMiB);
-    Sweep([&] { return CloneVolume(source, target, 1); }, {{16 * kMiB, kTransfer}, {16 * kMiB + kTransfer, kMiB}},
+    const std::u16string target = VolumeAt(6 * kMiB);
+    Sweep([&] { return CloneVolume(source, target, 1); }, {{6 * kMiB, 2 * kMiB}},
           [](const CallRecord& call, const Before& before, FaultMode) {
               if (!before.targetOpenedToWrite) {
                   return IsRequest(call) && call.code == 0x7405C ? KK_STATUS_UNSUCCESSFUL : OwedByTarget(call);
