@@ -1,8 +1,8 @@
 #include "partition/disk_range.h"
 
-#include <gtest/gtest.h>
-
 #include <utility>
+
+#include "support/machine_test.h"
 
 namespace kk {
 namespace {
@@ -53,7 +53,7 @@ TEST(DiskRangeTest, AStartBeyondTheLastMebibyteIsBeyondAllDisks)
     EXPECT_EQ(AlignedRange(UINT64_MAX - kMiB + 1, UINT64_MAX).start, UINT64_MAX - kMiB + 1);
 }
 
-class OverlapTest : public testing::Test {
+class OverlapTest : public MachineTest {
 protected:
     void Add(uint64_t start, uint64_t length)
     {
