@@ -44,6 +44,10 @@ static_assert(offsetof(kk::CreateVirtualDiskParameters, parentVirtualStorageType
 static_assert(offsetof(kk::CreateVirtualDiskParameters, sourceVirtualStorageType) == 88);
 static_assert(offsetof(kk::CreateVirtualDiskParameters, resiliencyGuid) == 108);
 static_assert(sizeof(kk::CreateVirtualDiskParameters) == 128);
+// Its attachment record has version 1 alone, so that it is short and the reserved field lies at 4. Beside version 2 that
+// field lies at 8. The library's record has room for both.
+static_assert(offsetof(kk::AttachVirtualDiskParameters, reserved8) == 8);
+static_assert(sizeof(kk::AttachVirtualDiskParameters) == 24);
 // Newer than MinGW-w64 10, too.
 static_assert(offsetof(kk::PartitionInformationEx, isServicePartition) == 29);
 static_assert(offsetof(kk::PartitionInformationMbr, partitionId) == 8);
