@@ -116,8 +116,8 @@ TEST_F(MountImageStepsTest, AnImageOfAnyFormatIsOpenedAndAttachedForGood)
 {
     EXPECT_EQ(Mount(), 0);
 
-    EXPECT_THAT(service.log, ElementsAre("Open 655360 0 null", "Attach image null 4 0 pointer null",
-                                         "GetPath image 1024", "Close"));
+    EXPECT_THAT(service.log,
+                ElementsAre("Open 655360 0 null", "Attach image null 4 0 pointer null", "GetPath image 1024", "Close"));
     EXPECT_EQ(service.openedPath, WindowsPath(ImagePath()));
     EXPECT_EQ(service.storageType.deviceId, 0u);
     EXPECT_EQ(machine::BracedGuid(service.storageType.vendorId), u"{00000000-0000-0000-0000-000000000000}");
@@ -168,8 +168,7 @@ TEST_F(MountImageStepsTest, AFailedAttachmentIsToldAndItsHandleClosed)
         EXPECT_EQ(Mount(), Status(each.status));
 
         EXPECT_EQ(diskNumber, kNotWritten);
-        EXPECT_THAT(service.log,
-                    ElementsAre("Open 655360 0 null", "Attach image null 4 0 pointer null", "Close"));
+        EXPECT_THAT(service.log, ElementsAre("Open 655360 0 null", "Attach image null 4 0 pointer null", "Close"));
     }
 }
 

@@ -255,8 +255,7 @@ TEST_F(OverlayStepsTest, AFailedAttachmentOrAMissingPathIsToldAndTheHandleClosed
         service.attachError = each.error;
         service.log.clear();
         EXPECT_EQ(MountOverlay(), Status(each.status));
-        EXPECT_THAT(service.log,
-                    ElementsAre("Create 0 null 0 0 null", "Attach image null 4 0 pointer null", "Close"));
+        EXPECT_THAT(service.log, ElementsAre("Create 0 null 0 0 null", "Attach image null 4 0 pointer null", "Close"));
 
         service.attachError = 0;
         service.pathError = each.error;

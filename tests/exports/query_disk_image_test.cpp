@@ -25,10 +25,7 @@ struct DiskAnswer {
 
     std::u16string Path() const { return room.c_str(); }
     /// Nothing behind the first `capacity` units was written.
-    bool KeptToItsRoom() const
-    {
-        return room.ends_with(std::u16string(kBehind, kFiller));
-    }
+    bool KeptToItsRoom() const { return room.ends_with(std::u16string(kBehind, kFiller)); }
 
     uint32_t isImage = 7;
     std::u16string room;
