@@ -1,0 +1,138 @@
+#include <algorithm>
+
+#include "exports/support/recover_test.h"
+#include "support/sweep.h"
+
+// Each call of the machine fails once in a recovery, alone or with all that come after it, in the exports that it calls
+// as in its own.
+
+namespace {
+
+using machine::CallKind;
+using machine::CallRecord;
+using machine::Journal;
+
+/// How far a recovery had come when a call failed.
+enum class Phase { Planning, Mounting, Recovering, Discarding };
+
+bool WasCalledBefore(const Journal& journal, const CallRecord& failed, const char* name)
+{
+    const CallRecord* const call = journal.First({.name = name});
+    return call != nullptr && call->index < failed.index;
+}
+
+bool IsOfBinding(const CallRecord& call)
+{
+    return call.kind == CallKind::LoadLibrary || call.kind == CallKind::GetProcedure;
+}
+
+Phase PhaseOf(const Journal& journal, const CallRecord& failed)
+{
+    const bool isBindingOfImages = IsOfBinding(failed) && !WasCalledBefore(journal, failed, "CreateVirtualDisk");
+    if (failed.name == "OpenVirtualDisk" || WasCalledBefore(journal, failed, "OpenVirtualDisk")) {
+        return Phase::Discarding;
+    }
+    if (WasCalledBefore(journal, failed, "GetVirtualDiskPhysicalPath")) {
+        return Phase::Recovering;
+    }
+    const bool isOfService = failed.kind == CallKind::Win32Error;
+    return isOfService || isBindingOfImages ? Phase::Mounting : Phase::Planning;
+}
+
+class RecoverSweepTest : public RecoverTest {
+protected:
+    RecoverSweepTest()
+    {
+        AddTarget(2 * kMiB);
+        MakeImage(4 * kMiB);
+        machine.SetVolumeNumber(*machine.FindVolume(0, kTargetStart), 1);
+    }
+
+    int32_t Run() { return api.recoverShrinkToFit(WindowsPath(imagePath).c_str(), 1, 0, kTargetStart); }
+
+    /// The status that a failure may end with. In the exports that are called inside, most calls can be done without
+    /// or have a status of their own.
+    void ExpectOwed(const CallRecord& failed, int32_t status) const
+    {
+        const int32_t own =
+            failed.kind == CallKind::Allocate ? Status(0xC0000017) : static_cast<int32_t>(failed.result);
+        switch (PhaseOf(machine.journal, failed)) {
+        case Phase::Planning:
+            if (failed.kind == CallKind::Allocate && (failed.length == 6912 || failed.length == 23872)) {
+                EXPECT_EQ(status, Status(0xC0000017));
+            } else {
+                EXPECT_THAT(status, testing::AnyOf(0, Status(0xC0000001), Status(0xC000000D)));
+            }
+            break;
+        case Phase::Mounting:
+            if (failed.object.ends_with("GetStorageDependencyInformation")) {
+                EXPECT_EQ(status, 0);
+            } else if (IsOfBinding(failed)) {
+                EXPECT_EQ(status, Status(0xC0000225));
+            } else {
+                EXPECT_EQ(status, Status(0x80070000 | (failed.result & 0xFFFF)));
+            }
+            break;
+        case Phase::Recovering:
+            EXPECT_THAT(status, testing::AnyOf(0, own, Status(0xC0000001), Status(0xC000000D), Status(0xC0000013),
+                                               Status(0xC0000023)));
+            break;
+        case Phase::Discarding:
+            EXPECT_EQ(status, 0);
+            break;
+        }
+    }
+
+    bool Succeeded(const machine::CallPattern& pattern) const
+    {
+        const std::vector<CallRecord> calls = machine.journal.FindAll(pattern);
+        return std::ranges::any_of(calls, [](const CallRecord& call) { return call.result == 0; });
+    }
+    /// The overlay and its disk are there as long as the calls that end them have not succeeded.
+    void ExpectWhatTheCallsLeft() const
+    {
+        const bool attached = Succeeded({.name = "AttachVirtualDisk"}) && !Succeeded({.name = "DetachVirtualDisk"});
+        EXPECT_EQ(!virtualDisks.AttachedImages().empty(), attached);
+        const bool made = Succeeded({.name = "CreateVirtualDisk"});
+        const bool deleted = Succeeded({.kind = CallKind::CreateFile, .object = ".rec.avhdx"});
+        EXPECT_EQ(std::filesystem::exists(OverlayPath()), made && !deleted);
+        EXPECT_LE(machine.journal.Count({.name = "DetachVirtualDisk"}), 1u);
+        EXPECT_EQ(machine.journal.Count({.kind = CallKind::CreateFile, .object = ".rec.avhdx"}) == 0,
+                  !ReachedTheOverlay())
+            << "the deletion is tried whenever the overlay was";
+        std::filesystem::remove(OverlayPath());
+    }
+    /// What cannot be read in small pieces either ends a clone, without a failure.
+    bool ARetriedReadFailed() const
+    {
+        const std::vector<CallRecord> reads = machine.journal.FindAll({.kind = CallKind::ReadFile});
+        return std::ranges::any_of(reads,
+                                   [](const CallRecord& read) { return read.result != 0 && read.length == 512; });
+    }
+    bool ReachedTheOverlay() const { return machine.journal.Count({.kind = CallKind::LoadLibrary}) != 0; }
+};
+
+TEST_F(RecoverSweepTest, EveryFailureIsToldAndClearedAway)
+{
+    const std::shared_ptr<machine::TrackedStorage> image = images->ImageBytes(imagePath);
+    const size_t writes = image->WriteSizes().size();
+    for (const FaultMode mode : {FaultMode::OneCall, FaultMode::ThatCallAndAllLater}) {
+        const uint64_t calls = SweepFailingCalls(
+            machine, mode, [this] { return Run(); },
+            [&](const CallRecord* failed, int32_t status) {
+                if (failed == nullptr) {
+                    EXPECT_EQ(status, 0);
+                } else if (mode == FaultMode::OneCall) {
+                    ExpectOwed(*failed, status);
+                }
+                EXPECT_TRUE(status != 0 || ARetriedReadFailed() || TargetHolds(1)) << "a success that is none";
+                const bool cloning = machine.journal.Count({.code = 0x90018}) != 0;
+                EXPECT_TRUE(cloning || TargetIsBlank()) << "the target was touched before the clone";
+                EXPECT_EQ(image->WriteSizes().size(), writes) << "the image was written";
+                ExpectWhatTheCallsLeft();
+            });
+        EXPECT_GT(calls, 60u);
+    }
+}
+
+}  // namespace
