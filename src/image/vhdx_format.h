@@ -6,7 +6,7 @@
 #include "core/bytes.h"
 #include "core/guid.h"
 
-// The parts of a VHDX file that are read, after the open specification MS-VHDX.
+// The parts of a VHDX file that are read, after the published format MS-VHDX.
 
 namespace kk {
 

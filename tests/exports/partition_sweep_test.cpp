@@ -76,7 +76,9 @@ protected:
             const DiskBytes before(TheDisk());
             const uint64_t calls =
                 SweepFailingCalls(machine, mode, edit, [&](const CallRecord* /*failed*/, int32_t status) {
-                    EXPECT_EQ(status, FirstDebt(owed, mode));
+                    EXPECT_EQ(status, FirstDebt(machine.journal, [&](const CallRecord& call) {
+                                  return owed(call, Before(machine.journal, call), mode);
+                              }));
                     ExpectTheWritesThatSucceeded(before, status);
                     check(status);
                 });
@@ -102,17 +104,6 @@ protected:
     DiskKind kind;
 
 private:
-    /// The first failed call that owes a status decides.
-    int32_t FirstDebt(const Debt& owed, FaultMode mode) const
-    {
-        for (const CallRecord& call : machine.journal.Records()) {
-            if (const int32_t debt = call.struck ? owed(call, Before(machine.journal, call), mode) : 0; debt != 0) {
-                return debt;
-            }
-        }
-        return 0;
-    }
-
     /// Array and header of the first copy, then of the second: as many of them have changed as there were writes.
     void ExpectTheWritesThatSucceeded(const DiskBytes& before, int32_t status) const
     {

@@ -107,7 +107,9 @@ protected:
             const DiskBytes before(Target());
             const uint64_t calls =
                 SweepFailingCalls(machine, mode, restore, [&](const CallRecord* failed, int32_t status) {
-                    EXPECT_EQ(status, FirstDebt(owed, mode));
+                    EXPECT_EQ(status, FirstDebt(machine.journal, [&](const CallRecord& call) {
+                                  return owed(call, Before(machine.journal, call), mode);
+                              }));
                     EXPECT_TRUE(status == 0 || last == 0 || machine.journal.Count({.code = last}) == 0);
                     EXPECT_TRUE(failed != nullptr || last == 0 || Succeeded({.code = last}) == 1);
                     ExpectTheWritesThatSucceeded(before, inOrder, status);
@@ -135,17 +137,6 @@ protected:
     bool readsAreOptional = false;
 
 private:
-    /// The first failed call that owes a status decides.
-    int32_t FirstDebt(const Debt& owed, FaultMode mode) const
-    {
-        for (const CallRecord& call : machine.journal.Records()) {
-            if (const int32_t debt = call.struck ? owed(call, Before(machine.journal, call), mode) : 0; debt != 0) {
-                return debt;
-            }
-        }
-        return 0;
-    }
-
     void ExpectTheWritesThatSucceeded(const DiskBytes& before, std::vector<Place> inOrder, int32_t status) const
     {
         const size_t writes = Succeeded({.kind = CallKind::WriteFile});

@@ -66,3 +66,13 @@ uint64_t CallsBefore(const machine::Journal& journal, const machine::CallRecord&
     return static_cast<uint64_t>(
         std::ranges::count_if(calls, [&](const machine::CallRecord& call) { return call.index < failed.index; }));
 }
+
+int32_t FirstDebt(const machine::Journal& journal, const std::function<int32_t(const machine::CallRecord&)>& owed)
+{
+    for (const machine::CallRecord& call : journal.Records()) {
+        if (const int32_t debt = call.struck ? owed(call) : 0; debt != 0) {
+            return debt;
+        }
+    }
+    return 0;
+}

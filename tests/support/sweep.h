@@ -17,3 +17,6 @@ uint64_t SweepFailingCalls(machine::Machine& machine, FaultMode mode, const std:
 /// How many calls that fit came before `failed`.
 uint64_t CallsBefore(const machine::Journal& journal, const machine::CallRecord& failed,
                      const machine::CallPattern& pattern);
+
+/// The status of the first failed call that owes one; 0 when none does.
+int32_t FirstDebt(const machine::Journal& journal, const std::function<int32_t(const machine::CallRecord&)>& owed);
