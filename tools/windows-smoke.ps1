@@ -20,7 +20,7 @@ Each check prints a line that begins with PASS or FAIL. A line that begins with 
 header allows but that somebody should look at. The exit code is 0 when nothing failed, else 1.
 
 .PARAMETER Dll
-The library to test.
+The library to test. Needed unless the steps are only listed.
 
 .PARAMETER Work
 A folder that does not exist yet, on a local NTFS volume with 8 GiB free. It is created, and removed at the end.
@@ -31,7 +31,7 @@ Lists the steps and does nothing.
 #Requires -Version 5.1
 [CmdletBinding()]
 param(
-    [string] $Dll = (Join-Path $PSScriptRoot 'KestrelkitCore.dll'),
+    [string] $Dll = '',
     [string] $Work = ('{0}\KestrelkitSmoke-{1}' -f $env:SystemDrive, [guid]::NewGuid().ToString('N').Substring(0, 8)),
     [switch] $List
 )
@@ -288,15 +288,18 @@ function Confirm-Volume([hashtable] $Scratch, [int64] $Offset, [hashtable] $Hash
         if ([IO.File]::Exists($path)) { $hash = Get-Hash $path }
         Write-Check ($hash -eq $Hashes[$name]) "$What holds $name as it was" $hash
     }
-    # Without /F it only reads. 0 means sound, 2 that it would tidy up; its words are the system's language.
-    $said = & "$env:SystemRoot\System32\chkdsk.exe" "${letter}:" | Out-String
+    # Without /F it only reads. 0 means sound, 2 that it would tidy up; its words are in the system's language. What it
+    # may ask about is declined.
+    $said = 'n' | & "$env:SystemRoot\System32\chkdsk.exe" "${letter}:" | Out-String
     Write-Check (@(0, 2) -contains $LASTEXITCODE) "chkdsk finds $What sound" "exit code $LASTEXITCODE"
     if (@(0, 2) -notcontains $LASTEXITCODE) { Write-Host $said }
 }
 
 # An NTFS file system ends a sector, and less than a cluster, before its partition.
 function Confirm-Fills([hashtable] $Scratch, [int64] $Offset, [string] $What) {
-    $ours = Get-OurPartition (Get-OwnNumber $Scratch) $Offset
+    $number = Get-OwnNumber $Scratch
+    $null = Wait-For { (Get-OurPartition $number $Offset).FileSystemSize -gt 0 }
+    $ours = Get-OurPartition $number $Offset
     $rest = [int64]$ours.Length - [int64]$ours.FileSystemSize
     Write-Check ($rest -ge 0 -and $rest -le 65536) "the file system fills $What" "$rest bytes are left"
 }
@@ -413,8 +416,8 @@ namespace KestrelkitSmoke
         [DllImport(Dll, ExactSpelling = true, CharSet = CharSet.Unicode)]
         public static extern int KkFormatPartition(int disk, ulong start, string fileSystem, string label, int quick);
         [DllImport(Dll, ExactSpelling = true, CharSet = CharSet.Unicode)]
-        public static extern int KkBackup(uint disk, string image, uint[] numbers, uint numberCount, uint usedBlocksOnly,
-                                          uint omitRemove, uint useSnapshots,
+        public static extern int KkBackup(uint disk, string image, uint[] numbers, uint numberCount,
+                                          uint usedBlocksOnly, uint omitRemove, uint useSnapshots,
                                           [MarshalAs(UnmanagedType.LPStr)] string set, uint setDiskIndex,
                                           uint setDiskCount, uint compact, ref BackupResult result);
         [DllImport(Dll, ExactSpelling = true, CharSet = CharSet.Unicode)]
@@ -552,7 +555,8 @@ function Get-RecordSize([type] $Type) { [Runtime.InteropServices.Marshal]::SizeO
 
 function Import-Library {
     if ('KestrelkitSmoke.Core' -as [type]) { throw 'run this in a new PowerShell: the library is loaded already' }
-    Add-Type -TypeDefinition $Source.Replace('@DLL@', (Get-Item -LiteralPath $Dll).FullName) -Language CSharp -IgnoreWarnings
+    $text = $Source.Replace('@DLL@', (Get-Item -LiteralPath $Dll).FullName)
+    Add-Type -TypeDefinition $text -Language CSharp -IgnoreWarnings
 }
 
 # ---- The steps -----------------------------------------------------------------------------------------------------
@@ -752,15 +756,15 @@ Add-Step 'Back it up whole, from live volumes' {
 }
 
 function Confirm-Inspected([hashtable] $Image, [string] $What) {
-    $image = [KestrelkitSmoke.Core]::Inspect($Image.File)
-    Write-Check ([int64]$image.Info.VirtualSize -eq $Run.Source.Size) "$What is as large as the source"
-    Write-Check ($image.Info.PartitionStyle -eq 2) "$What has a GPT" $image.Info.PartitionStyle
-    $guid = New-Object Guid (, [byte[]]$image.Info.DiskGuid)
+    $held = [KestrelkitSmoke.Core]::Inspect($Image.File)
+    Write-Check ([int64]$held.Info.VirtualSize -eq $Run.Source.Size) "$What is as large as the source"
+    Write-Check ($held.Info.PartitionStyle -eq 2) "$What has a GPT" $held.Info.PartitionStyle
+    $guid = New-Object Guid (, [byte[]]$held.Info.DiskGuid)
     Write-Check ($guid -eq $Run.Source.Guid) "$What has the source's identifier" $guid
     $wanted = @($Run.SourcePartitions | ForEach-Object { "$($_.Offset)+$($_.Size)" }) -join ' '
-    $seen = @($image.Partitions | Sort-Object Offset | ForEach-Object { "$($_.Offset)+$($_.Length)" }) -join ' '
+    $seen = @($held.Partitions | Sort-Object Offset | ForEach-Object { "$($_.Offset)+$($_.Length)" }) -join ' '
     Write-Check ($seen -eq $wanted) "$What has the partitions of the source" "$seen, source: $wanted"
-    $image
+    $held
 }
 
 Add-Step 'Inspect the images (KkInspectImage)' {
@@ -776,6 +780,13 @@ Add-Step 'Detach the source, whose identifier the images have too' {
     Dismount-Scratch (Get-Left 'Source')
     Write-Check $true 'the source is detached'
     $Run.Alone = $true
+}
+
+function Confirm-Alone {
+    $null = Get-Left 'Alone'
+    $identifier = $Run.Source.Guid.ToString('B')
+    $same = @(Get-Disk | Where-Object { "$($_.Guid)" -eq $identifier })
+    if ($same.Count -gt 0) { throw "disk $($same[0].Number) has the identifier of the source" }
 }
 
 # The disk that the library says it attached must be the one that Windows shows for the file.
@@ -799,13 +810,13 @@ function Test-MountedImage([hashtable] $Image, [string] $What) {
     Write-Check $true "$What is detached"
 }
 
-Add-Step 'Mount the image of snapshots, ask what is behind the disk, unmount it (KkMountImage, KkQueryDiskImage, ...)' {
-    $null = Get-Left 'Alone'
+Add-Step 'Mount, query and unmount the image of snapshots (KkMountImage, KkQueryDiskImage, KkUnmountImage)' {
+    Confirm-Alone
     Test-MountedImage (Get-Left 'Snapshot') 'the image of snapshots'
 }
 
 Add-Step 'Restore the image onto the blank disk (KkRestorePartitions)' {
-    $null = Get-Left 'Alone'
+    Confirm-Alone
     $image = (Get-Left 'Live').File
     $number = Get-OwnNumber $Run.Blank
     $status = [KestrelkitSmoke.Core]::KkRestorePartitions($image, "\\.\PhysicalDrive$number", $null, 0, 1)
@@ -861,7 +872,7 @@ Add-Step 'Clone a volume onto a larger one, and extend that (KkCloneVolume)' {
 }
 
 Add-Step 'Mount the image with an overlay, write to it, discard it (KkMountImageOverlay, KkDiscardOverlay)' {
-    $null = Get-Left 'Alone'
+    Confirm-Alone
     $before = Get-Hash (Get-Left 'Live').File
     $overlay = @{ File = (Join-Path $Work 'overlay.vhdx'); Size = $Run.Source.Size; Guid = $Run.Source.Guid }
     $number = [uint32]::MaxValue
@@ -883,7 +894,7 @@ Add-Step 'Mount the image with an overlay, write to it, discard it (KkMountImage
 }
 
 Add-Step 'Recover the volume into a smaller partition (KkRecoverShrinkToFit)' {
-    $null = Get-Left 'Alone'
+    Confirm-Alone
     $partition = [int](Get-Left 'DataNumber')
     $before = Get-Hash $Run.Live.File
     $start = New-OwnPartition $Run.Target $SmallerBytes
@@ -910,7 +921,7 @@ Add-Step 'Recover the volume into a smaller partition (KkRecoverShrinkToFit)' {
 
 # Last, because mounting an image lets Windows write to it.
 Add-Step 'Mount the image of live volumes, too' {
-    $null = Get-Left 'Alone'
+    Confirm-Alone
     Test-MountedImage (Get-Left 'Live') 'the image of live volumes'
 }
 
@@ -922,7 +933,7 @@ function Confirm-Surroundings {
         throw 'only an administrator, in an elevated PowerShell, can run this'
     }
     if (-not [Environment]::Is64BitProcess) { throw 'this needs the 64-bit PowerShell' }
-    if (-not (Test-Path -LiteralPath $Dll -PathType Leaf)) { throw "there is no library at $Dll" }
+    if ($Dll -eq '' -or -not (Test-Path -LiteralPath $Dll -PathType Leaf)) { throw "there is no library at '$Dll'" }
     if ($Work -notmatch '^[A-Za-z]:\\[A-Za-z0-9_\\-]*[A-Za-z0-9_-]$') {
         throw "-Work must be a local folder of letters, digits, '_' and '-', not $Work"
     }
@@ -932,14 +943,13 @@ function Confirm-Surroundings {
     }
 }
 
-# Detaches the disks whose files lie in the folder that this run made, and removes what it put there, by name and never
-# with all that is below: a folder may still lead into a volume.
+# Detaches what may still be attached, chosen by files in the folder that this run made, overlays first. Then removes
+# what the run put there, by name and never with all that is below: a folder may still lead into a volume.
 function Remove-Scratch {
-    foreach ($disk in @(Get-Disk | Where-Object { "$($_.BusType)" -eq 'File Backed Virtual' })) {
-        $file = "$($disk.Location)"
-        if ($file.StartsWith("$Work\", [StringComparison]::OrdinalIgnoreCase)) {
-            try { Dismount-File $file } catch { Write-Check $false "$file is detached" $_ }
-        }
+    $images = @([IO.Directory]::GetFiles($Work) | Where-Object { $_ -match '\.a?vhdx$' })
+    foreach ($file in @($images | Sort-Object { $_ -notmatch '\.avhdx$|\\overlay' })) {
+        try { Invoke-Diskpart @("select vdisk file=`"$file`" noerr", 'detach vdisk noerr') }
+        catch { Write-Note "diskpart: $_" }
     }
     $mount = Join-Path $Work 'mount'
     try {
