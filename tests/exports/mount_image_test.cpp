@@ -159,6 +159,16 @@ TEST_F(MountImageStepsTest, AnOpenThatGivesNoHandleIsAFailure)
     EXPECT_EQ(service.log.size(), 2u);
 }
 
+TEST_F(MountImageStepsTest, WhatAFailedOpenLeavesIsNoHandle)
+{
+    service.openError = 5;
+
+    EXPECT_EQ(Mount(), Status(0x80070002));
+    EXPECT_EQ(Unmount(), Status(0x80070002));
+
+    EXPECT_EQ(service.log.size(), 2u) << "neither attached nor detached nor closed";
+}
+
 TEST_F(MountImageStepsTest, AFailedAttachmentIsToldAndItsHandleClosed)
 {
     for (const ServiceError& each : kServiceErrors) {

@@ -71,7 +71,9 @@ private:
         current->log.push_back("Open " + std::to_string(access) + " " + std::to_string(flags) + Null(parameters));
         current->storageType = *type;
         current->openedPath = path;
-        if (current->openError == 0 && current->givesHandles) {
+        if (current->openError != 0) {
+            *handle = reinterpret_cast<kk::NtHandle>(uintptr_t{0xBAD0});  // no handle, which nobody may touch
+        } else if (current->givesHandles) {
             *handle = GiveHandle();
         }
         return current->openError;
