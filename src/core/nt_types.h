@@ -15,8 +15,8 @@ using NtHandle = void*;
 /// IO_STATUS_BLOCK.
 struct IoStatusBlock {
     union {
+        void* pointer;  // first, so that {} zeroes all eight bytes
         KK_STATUS status;
-        void* pointer;
     };
     uint64_t information;
 };
