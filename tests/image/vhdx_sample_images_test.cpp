@@ -25,9 +25,10 @@ protected:
     }
     void ExpectAll(uint64_t start, uint64_t end, uint8_t value)
     {
+        const std::vector<uint8_t> expected(kMiB, value);
         for (uint64_t offset = start; offset < end; offset += kMiB) {
             ASSERT_EQ(Read(offset, kMiB), 0) << offset;
-            ASSERT_TRUE(std::ranges::all_of(bytes, [&](uint8_t byte) { return byte == value; })) << offset;
+            ASSERT_TRUE(bytes == expected) << offset;
         }
     }
 };
