@@ -33,3 +33,6 @@ kk_add_script_test(kkctl.images_under_wine ${Python3_EXECUTABLE} ${root}/tests/k
     ${dll_folder}/kkctl.exe $<TARGET_FILE:kkctl>)
 kk_add_script_test(interop.others_judge_the_images ${Python3_EXECUTABLE} ${root}/tests/interop/interop_test.py
     $<TARGET_FILE:kkctl>)
+
+kk_add_script_test(library.needs_no_more_instructions ${root}/bench/instructions
+    --program ${root}/build/bench/bench/kk_counted_run)
