@@ -1,0 +1,242 @@
+#include <algorithm>
+
+#include "exports/support/backup_test.h"
+#include "exports/support/image_mount_test.h"
+#include "exports/support/partition_edit_test.h"
+#include "exports/support/recover_test.h"
+#include "exports/support/restore_test.h"
+#include "support/forked_run.h"
+#include "support/vhdx_builder.h"
+
+// What the exports cannot do, lose or leave without a word, as docs/limits.md warns of it. Limits that another test
+// shows are not shown again.
+
+namespace {
+
+using testing::ElementsAre;
+
+class BackupLimitsTest : public BackupTest {};
+
+TEST_F(BackupLimitsTest, ClustersForWhoseListThereIsNoMemoryAreMissingFromASuccessfulImage)
+{
+    machine::Disk& disk = AddUsualDisk();
+    constexpr uint64_t extentBytes = 16;
+    const BackupOptions options = {.partitions = {3}, .usedBlocksOnly = 1};
+    const int allocation = RunForked([&] {
+        EXPECT_EQ(Backup(options), 0);
+        const std::vector<uint64_t>& sizes = machine.heap.Sizes();
+        return static_cast<int>(std::ranges::find(sizes, 8 * extentBytes) - sizes.begin()) + 1;
+    });
+    ASSERT_GT(allocation, 1);
+    machine.heap.ResetCounters();
+    machine.faults.Fail({.kind = machine::CallKind::Allocate}, static_cast<uint64_t>(allocation), 0);
+
+    ASSERT_EQ(Backup(options), 0);
+
+    EXPECT_EQ(result.liveUsedBlockCopies, 1u);
+    EXPECT_NE(disk.ReadBytes(kNtfsStart, 512), std::vector<uint8_t>(512));
+    EXPECT_EQ(ImageBytes(kNtfsStart, 512), std::vector<uint8_t>(512)) << "the boot sector, of all things";
+}
+
+TEST_F(BackupLimitsTest, TheCopyOfAnNtfsBootSectorBelongsToNoClusterInUse)
+{
+    machine::Disk& disk = AddUsualDisk();
+    constexpr uint64_t lastSector = kNtfsStart + kNtfsLength - 512;
+    ASSERT_NE(disk.ReadBytes(lastSector, 512), std::vector<uint8_t>(512));
+
+    ASSERT_EQ(Backup({.partitions = {3}, .usedBlocksOnly = 1}), 0);
+    EXPECT_EQ(ImageBytes(lastSector, 512), std::vector<uint8_t>(512));
+
+    images->Remove(ImagePath());
+    ASSERT_EQ(Backup({.partitions = {3}}), 0);
+    ExpectSameBytes(disk, lastSector, lastSector, 512);
+}
+
+TEST_F(BackupLimitsTest, AVolumeWhoseNumberIsTooHighIsReadFromTheDiskAndNotFromASnapshot)
+{
+    AddUsualDisk();
+    machine.SetVolumeNumber(*machine.FindVolume(0, kNtfsStart), 128);
+
+    ASSERT_EQ(Backup({.partitions = {3}, .usedBlocksOnly = 1, .useSnapshots = 1}), 0);
+
+    EXPECT_EQ(result.snapshotsUsed, 0u);
+    EXPECT_EQ(result.rawDiskCopies, 1u);
+}
+
+TEST_F(BackupLimitsTest, OfASpannedVolumeEveryPartitionGetsTheVolumesBeginning)
+{
+    machine::Disk& disk = machine.AddDisk(16 * kMiB);
+    disk.Gpt({.partitions = {{.start = kMiB, .length = kMiB}, {.start = 4 * kMiB, .length = kMiB}}});
+    FillPattern(disk, kMiB, kMiB, 1);
+    FillPattern(disk, 4 * kMiB, kMiB, 2);
+    machine.HideVolume(*machine.FindVolume(0, 4 * kMiB));
+    machine.FindVolume(0, kMiB)->AddExtent({machine.ShareDisk(0), 4 * kMiB, kMiB});
+
+    ASSERT_EQ(Backup(), 0);
+
+    EXPECT_EQ(result.liveWholeCopies, 2u);
+    ExpectSameBytes(disk, kMiB, kMiB, kMiB);
+    ExpectSameBytes(disk, kMiB, 4 * kMiB, kMiB);
+}
+
+class EditLimitsTest : public PartitionEditTest {};
+
+TEST_F(EditLimitsTest, APartitionBetweenLogicalDrivesTakesTheSectorsThatLinkThem)
+{
+    machine::Disk& disk = AddBareDisk();
+    disk.Mbr({.logicals = {{4 * kMiB, 4 * kMiB}, {16 * kMiB, 4 * kMiB}}});
+    const machine::MbrEntryRecord container = ReadMbr(disk).entries[0];
+
+    ASSERT_EQ(Create(8 * kMiB, 8 * kMiB), 0);
+
+    const machine::MbrEntryRecord added = ReadMbr(disk).entries[1];
+    EXPECT_EQ(created, 8 * kMiB);
+    EXPECT_GT(added.firstSector, container.firstSector);
+    EXPECT_LT(added.firstSector + added.sectorCount, container.firstSector + container.sectorCount);
+    constexpr uint64_t link = 15 * kMiB;
+    EXPECT_EQ(disk.ReadBytes(link + 510, 2), (std::vector<uint8_t>{0x55, 0xAA}));
+    EXPECT_GE((uint64_t{added.firstSector} + added.sectorCount) * 512, link + 512);
+}
+
+TEST_F(EditLimitsTest, TheSecondArrayOfALongTableIsNotSpared)
+{
+    machine::Disk& disk = AddBareDisk();
+    disk.Gpt({.entryCount = 1024});
+    const uint64_t secondArray = ReadGpt(disk, kDiskSize / 512 - 1).header.entriesLba * 512;
+
+    EXPECT_EQ(Create(kMiB, kDiskSize, kDiskSize - kMiB - 34 * 512), 0);
+
+    ASSERT_EQ(Partitions().size(), 1u);
+    EXPECT_GT(Partitions()[0].start + Partitions()[0].length, secondArray);
+}
+
+TEST_F(EditLimitsTest, AVolumeThatHasNotArrivedYetIsNotFoundByTheNextCall)
+{
+    AddDisk(kSmallGpt, {});
+    machine.switches.volumeArrivalDelay = 200;
+    ASSERT_EQ(Create(kMiB, 8 * kMiB), 0);
+
+    EXPECT_EQ(api.setDriveLetter(0, kMiB, u'X'), KK_STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(api.formatPartition(0, kMiB, nullptr, nullptr, 1), KK_STATUS_INVALID_PARAMETER);
+
+    int32_t status = KK_STATUS_INVALID_PARAMETER;
+    for (int attempt = 0; attempt < 10 && status == KK_STATUS_INVALID_PARAMETER; ++attempt) {
+        status = api.setDriveLetter(0, kMiB, u'X');
+    }
+    EXPECT_EQ(status, 0);
+}
+
+class RestoreLimitsTest : public RestoreTest {
+protected:
+    static constexpr uint64_t kSize = 32 * kMiB;
+    static constexpr uint64_t kStart = 4 * kMiB;
+    static constexpr uint64_t kLength = 16 * kMiB;
+};
+
+TEST_F(RestoreLimitsTest, AVolumeWithASmallerFileSystemDoesNotTakeWhatReachesBeyondIt)
+{
+    MakeImage(kSmallGpt, {{kStart, kLength}}, kSize);
+    AddTarget(kSmallGpt, {{kStart, kLength}}, kSize);
+    machine.Strict();
+    EXPECT_EQ(RestoreToVolume(1, VolumeAt(kStart)), 0) << "an unformatted one does";
+
+    AddTarget(kSmallGpt, {{kStart, kLength}}, kSize).Format(kStart, kLength, machine::FileSystem::Ntfs);
+    machine.switches.volumeArrivalDelay = 0;
+    EXPECT_EQ(RestoreToVolume(1, VolumeAt(kStart)), KK_STATUS_UNSUCCESSFUL);
+    ExpectRestored(kStart, kStart, kTransfer);
+}
+
+TEST_F(RestoreLimitsTest, OnALiveDiskTheDataIsRefusedAfterTheTableWasReplaced)
+{
+    AddTarget(kSmallGpt, {{kStart, kLength}}, kSize).Format(kStart, kLength, machine::FileSystem::Fat16);
+    MakeImage(kSmallGpt, {{2 * kStart, kMiB}}, kSize);
+    machine.Strict();
+
+    EXPECT_EQ(RestorePartitions({}, 1), machine::kAccessDenied);
+
+    EXPECT_THAT(ReadSlots(Target(), kSmallGpt), ElementsAre(Place{2 * kStart, kMiB}));
+}
+
+TEST_F(RestoreLimitsTest, PartitionsBeyondThe128thAreRestoredButGetNoEntry)
+{
+    constexpr uint64_t step = 128 * 1024;
+    machine::GptTable table = {.entryCount = 256};
+    for (uint64_t i = 0; i < 129; ++i) {
+        table.partitions.push_back({.start = kMiB + i * step, .length = 4096});
+    }
+    MakeImage(kSmallGpt, table, kSize);
+    AddTarget(kSize);
+
+    EXPECT_EQ(RestorePartitions({}, 1), 0);
+
+    EXPECT_EQ(ReadSlots(Target(), kSmallGpt).size(), 128u);
+    ExpectRestored(kMiB + 128 * step, kMiB + 128 * step, 4096);
+}
+
+TEST_F(RestoreLimitsTest, BeyondTwoTebibytesAnMbrPointsElsewhereThanTheDataGoes)
+{
+    constexpr uint64_t twoTebibytes = uint64_t{1} << 41;
+    MakeImage(kSmallGpt, {{kStart, kMiB}}, kSize);
+    machine.AddDisk(2 * twoTebibytes, {.number = 0}).Mbr({});
+
+    EXPECT_EQ(RestoreToFreeSpace(1, twoTebibytes + kStart, kMiB), 0);
+
+    EXPECT_THAT(DriverKnows(), ElementsAre(Place{kStart, kMiB}));
+    ExpectRestored(kStart, twoTebibytes + kStart, kMiB);
+}
+
+TEST_F(RestoreLimitsTest, WhatOnlyTheParentOfAnImageHoldsCountsAsZeros)
+{
+    constexpr uint32_t blockBytes = 2 << 20;
+    constexpr uint64_t hasParent = uint64_t{2} << 32;
+    machine::MemoryStorage bytes(kSize);
+    machine::WriteGptTable(bytes, 512, {.partitions = {{.start = kStart, .length = 2 * blockBytes}}});
+    VhdxBuilder(kSize)
+        .Data(bytes)
+        .Data(kStart, std::vector<uint8_t>(2 * blockBytes, 7))
+        .Item({vhdx::kFileParameters, vhdx::LittleEndian(blockBytes | hasParent, 8)})
+        .State(kStart / blockBytes, 0)
+        .State(kStart / blockBytes + 1, 7)
+        .Save(folder / "image.vhdx");
+    AddTarget(kSize);
+
+    EXPECT_EQ(RestorePartitions(), 0);
+
+    ExpectOld(kStart, 2 * blockBytes);
+}
+
+class ImageLimitsTest : public ImageMountTest {};
+
+TEST_F(ImageLimitsTest, BesideADiskOfTheSameIdentifierAnImageHasNoVolumes)
+{
+    machine.switches.diskIdentityCollisions = true;
+    const machine::GptTable table = {.partitions = {{.start = kMiB, .length = 2 * kMiB}}};
+    machine.FindDisk(0)->Gpt(table);
+    machine::WriteGptTable(*images->ImageBytes(ImagePath()), 512, table);
+
+    ASSERT_EQ(Mount(), 0);
+
+    KkPartitionInfo partition = {};
+    uint32_t count = 0;
+    EXPECT_EQ(api.listPartitions(diskNumber, &partition, 1, &count), 0);
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(partition.volumePath[0], 0);
+    EXPECT_EQ(partition.deviceName[0], 0);
+}
+
+class RecoverLimitsTest : public RecoverTest {};
+
+TEST_F(RecoverLimitsTest, AnOverlayThatTheSystemDoesNotKnowByItsNameStaysAttached)
+{
+    machine.switches.virtualDisksByExtension = true;
+    AddTarget(4 * kMiB);
+    MakeImage(8 * kMiB);
+
+    EXPECT_EQ(api.recoverShrinkToFit(WindowsPath(imagePath).c_str(), 1, 0, kTargetStart), 0);
+
+    EXPECT_TRUE(TargetHolds(1));
+    EXPECT_THAT(virtualDisks.AttachedImages(), ElementsAre(OverlayPath()));
+    EXPECT_TRUE(std::filesystem::exists(OverlayPath()));
+}
+
+}  // namespace
