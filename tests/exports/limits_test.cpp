@@ -137,11 +137,10 @@ TEST_F(RestoreLimitsTest, AVolumeWithASmallerFileSystemDoesNotTakeWhatReachesBey
 {
     MakeImage(kSmallGpt, {{kStart, kLength}}, kSize);
     AddTarget(kSmallGpt, {{kStart, kLength}}, kSize);
-    machine.Strict();
+    machine.switches.ntfsBoundary = true;
     EXPECT_EQ(RestoreToVolume(1, VolumeAt(kStart)), 0) << "an unformatted one does";
 
     AddTarget(kSmallGpt, {{kStart, kLength}}, kSize).Format(kStart, kLength, machine::FileSystem::Ntfs);
-    machine.switches.volumeArrivalDelay = 0;
     EXPECT_EQ(RestoreToVolume(1, VolumeAt(kStart)), KK_STATUS_UNSUCCESSFUL);
     ExpectRestored(kStart, kStart, kTransfer);
 }
@@ -220,8 +219,8 @@ TEST_F(ImageLimitsTest, BesideADiskOfTheSameIdentifierAnImageHasNoVolumes)
     uint32_t count = 0;
     EXPECT_EQ(api.listPartitions(diskNumber, &partition, 1, &count), 0);
     EXPECT_EQ(count, 1u);
-    EXPECT_EQ(partition.volumePath[0], 0);
-    EXPECT_EQ(partition.deviceName[0], 0);
+    EXPECT_EQ(char16_t{partition.volumePath[0]}, u'\0');
+    EXPECT_EQ(char16_t{partition.deviceName[0]}, u'\0');
 }
 
 class RecoverLimitsTest : public RecoverTest {};
