@@ -51,10 +51,14 @@ def measure(tree, tests, reach, folder, jobs):
     print(f"measuring what {len(missing)} tests reach")
     programs = instrumented_programs(tree, {test.program for test in missing}, folder / "instrumented", jobs)
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        for test, entry in zip(missing, pool.map(lambda test: trace(tree, test, programs[test.program]), missing)):
+        traced = zip(missing, pool.map(lambda test: trace(tree, test, programs[test.program]), missing))
+        for number, (test, entry) in enumerate(traced, 1):
             reach.tests[test.name] = entry
             if not entry["passed"]:
-                print(f"left out, as it does not pass without a fault: {test.name}")
+                print(f"left out, as it does not pass without a fault: {test.name}", flush=True)
+            if number % 100 == 0:
+                print(f"{number} of {len(missing)} measured", flush=True)
+                reach.save()
     reach.save()
 
 

@@ -2,6 +2,7 @@
 
 import dataclasses
 import json
+import os
 import pathlib
 import re
 import shlex
@@ -49,7 +50,7 @@ class Tree:
             if line and not line.startswith(" "):
                 path = objects.get(pathlib.Path(line.split(":")[0]))
             elif path is not None and line.strip():
-                header = pathlib.Path(self.build, line.strip())
+                header = pathlib.Path(os.path.normpath(self.build / line.strip()))
                 if self.is_source(header) and (self.is_source(path) or path == self.own_test(header)):
                     found.setdefault(header, set()).add(path)
         return {header: sorted(paths) for header, paths in found.items()}
