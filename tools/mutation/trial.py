@@ -28,21 +28,21 @@ class Trials:
             return Trial(self, mutant, pathlib.Path(name)).run()
 
     def tests_for(self, mutant):
-        places = [(mutant.file, line) for line in range(mutant.line, mutant.last_line + 1)]
-        found = self.reach.reaching(self.tests, places) or self.reach.reaching(self.tests, self.uses(mutant))
+        lines = [(mutant.file, line) for line in range(mutant.line, mutant.last_line + 1)]
+        found = self.reach.reaching(self.tests, lines) or self.reach.reaching(self.tests, self.uses(mutant))
         order = {test: (-self.kills[mutant.file, test.name], self.reach.seconds(test)) for test in found}
         return sorted(found, key=order.get)
 
     def uses(self, mutant):
-        """Where the constant or the record's field is used, for no test reaches a declaration."""
-        declared = re.search(r"(\w+)(\[\w*\])?\s*(=|\{)", mutant.before)
-        if not declared:
-            return []
-        word = re.compile(rf"\b{declared.group(1)}\b")
+        """Where the constant or the record's field is used, for no test reaches a declaration. Everywhere in the
+        sources that read it when its name is not clear."""
+        declared = re.search(r"(\w+)(\[\w*\])?\s*(=|\{|;)", mutant.before)
+        word = re.compile(rf"\b{declared.group(1)}\b") if declared else None
+        everywhere = self.tree.sources_with(self.tree.root / mutant.file)
         places = []
-        for path in (self.tree.root / "src").rglob("*.*"):
+        for path in (self.tree.root / "src").rglob("*.*") if word else everywhere:
             for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-                if word.search(line):
+                if word is None or word.search(line):
                     places.append((path.relative_to(self.tree.root).as_posix(), number))
         return places
 
@@ -83,6 +83,8 @@ class Trial:
             if number == TESTS_BEFORE_COMPARING and self.is_equivalent():
                 return {"outcome": "equivalent"}
             how = self.try_test(test)
+            if how == "does not link":
+                return {"outcome": "does not compile"}
             if how != "passed":
                 self.trials.kills[self.mutant.file, test.name] += 1
                 return {"outcome": "caught", "how": how, "by": test.name, "tests": number + 1}
