@@ -93,5 +93,9 @@ def run(tree, chosen, folder, log, options):
         reach_file.unlink(missing_ok=True)
     tests, reach = tree.tests(), ReachMap(reach_file)
     measure(tree, tests, reach, folder, options.jobs)
-    mutants = list(to_try(chosen, read_results(log), options.again))
+    # Those of headers last, as many sources read these.
+    mutants = sorted(
+        to_try(chosen, read_results(log), options.again),
+        key=lambda mutant: len(tree.sources_with(tree.root / mutant.file)),
+    )
     try_all(Trials(tree, tests, reach, folder), mutants, log, options.jobs)

@@ -4,6 +4,7 @@ import collections
 import json
 import pathlib
 import re
+import shutil
 import tempfile
 import threading
 
@@ -20,11 +21,14 @@ class Trials:
         self.tree, self.tests, self.reach = tree, reach.usable(tests), reach
         self.plain_folder = folder / "plain"
         self.plain_folder.mkdir(parents=True, exist_ok=True)
+        self.work_folder = folder / "work"
+        shutil.rmtree(self.work_folder, ignore_errors=True)  # what a run that was stopped left
+        self.work_folder.mkdir()
         self.lock = threading.Lock()
         self.kills = collections.Counter()  # by file and test: who noticed one fault notices the next
 
     def run(self, mutant):
-        with tempfile.TemporaryDirectory(prefix="mutant-") as name:
+        with tempfile.TemporaryDirectory(dir=self.work_folder) as name:
             return Trial(self, mutant, pathlib.Path(name)).run()
 
     def tests_for(self, mutant):
