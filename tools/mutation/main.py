@@ -93,6 +93,7 @@ def run(tree, chosen, folder, log, options):
         reach_file.unlink(missing_ok=True)
     tests, reach = tree.tests(), ReachMap(reach_file)
     measure(tree, tests, reach, folder, options.jobs)
+    tree.join_what_stays(folder / "joined")
     # Those of headers last, as many sources read these.
     mutants = sorted(
         to_try(chosen, read_results(log), options.again),
