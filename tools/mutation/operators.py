@@ -125,8 +125,8 @@ def statement_candidates(source, tokens):
         yield operator, statement.first, statement.last, ";"
     ordered = sorted(statements, key=lambda statement: statement.first)
     for one, other in zip(ordered, ordered[1:]):
-        if other.first == one.last + 1 and "jump" not in (one.kind, other.kind):
+        if other.first == one.last + 1 and one.kind == other.kind == "call":
             first = source[tokens[one.first].start : tokens[one.last].end]
             between = source[tokens[one.last].end : tokens[other.first].start]
             second = source[tokens[other.first].start : tokens[other.last].end]
-            yield "swap statements", one.first, other.last, second + between + first
+            yield "swap calls", one.first, other.last, second + between + first
