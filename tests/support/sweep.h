@@ -5,12 +5,15 @@
 
 #include "machine/machine.h"
 
-enum class FaultMode { OneCall, ThatCallAndAllLater };
+/// With two calls the second is any later one of those that are then still made. The pairs are a sample, the same in
+/// each run: calls from everywhere, each with the next call, one soon after, and one anywhere behind it. With
+/// KK_ALL_PAIRS=1 in the environment they are all pairs.
+enum class FaultMode { OneCall, ThatCallAndAllLater, TwoCalls };
 
 /// Fails the 1st, then the 2nd, ... call that the machine receives from an operation, until a run gets by without
 /// meeting its fault. Each run starts from the machine as it is now, in a process of its own. After each run nothing
-/// may be left open or allocated; `check` is given the call that failed (null in the last run) and the operation's
-/// status. Returns how many calls can fail.
+/// may be left open or allocated; `check` is given the call that failed last (null in the last run, which pairs do not
+/// have) and the operation's status. Returns how many calls, or pairs of the sample, can fail.
 uint64_t SweepFailingCalls(machine::Machine& machine, FaultMode mode, const std::function<int32_t()>& operation,
                            const std::function<void(const machine::CallRecord* failed, int32_t status)>& check);
 
