@@ -41,6 +41,17 @@ def lines_of(lcov):
     return lines
 
 
+def unreached_spans(counts):
+    """Numbers of lines, "7" or "7-9"."""
+    spans = []
+    for number in sorted(number for number, count in counts.items() if count == 0):
+        if spans and spans[-1][1] == number - 1:
+            spans[-1][1] = number
+        else:
+            spans.append([number, number])
+    return [f"{first}-{last}" if last > first else str(first) for first, last in spans]
+
+
 def place_of(function, branch):
     """Where the branch lies; of one in a macro, the outermost use of the macro, and where in the macro."""
     file_id, start, end, inner = branch[6], tuple(branch[0:2]), tuple(branch[2:4]), ()
@@ -81,6 +92,8 @@ def source_text(place):
     text = "\n".join(lines[place.start[0] - 1 :])[place.start[1] - 1 :]
     if place.inner:
         return " ".join(text[: closing_bracket(text)].split())
+    if text[0] == ":":
+        return lines[place.start[0] - 1].strip(" {")  # the end of a loop over a range has no text of its own
     last = place.end[0] - place.start[0]
     cut = text.split("\n")[: last + 1]
     cut[-1] = cut[-1][: place.end[1] - (place.start[1] if last == 0 else 1)]
@@ -144,12 +157,7 @@ def main():
     exempt = collections.Counter(read_exceptions(exceptions)) if exceptions.is_file() else collections.Counter()
     named = sum(exempt.values())
 
-    problems = [
-        f"{name}:{number}: not reached"
-        for name in sorted(lines)
-        for number, count in sorted(lines[name].items())
-        if count == 0
-    ]
+    problems = [f"{name}:{span}: not reached" for name in sorted(lines) for span in unreached_spans(lines[name])]
     for key, line in missed:
         if exempt[key] > 0:
             exempt[key] -= 1
