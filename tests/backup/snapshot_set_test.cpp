@@ -1,5 +1,7 @@
 #include "backup/snapshot_set.h"
 
+#include "backup/snapshot_api.h"
+#include "core/memory.h"
 #include "scripted_snapshots.h"
 #include "support/machine_test.h"
 
@@ -219,6 +221,21 @@ TEST_F(SnapshotSetTest, ReleasingAnUnusedSetDoesNothing)
 
     EXPECT_TRUE(service.log.empty());
     EXPECT_EQ(Find(u"volumea"), u"(none)");
+}
+
+TEST_F(SnapshotSetTest, WhereComIsNotBoundTheReleaseOnlyGivesTheTableBack)
+{
+    ASSERT_EQ(kk::GetSnapshotApi().coUninitialize, nullptr);
+    set.comInitialized = true;
+    set.table = static_cast<kk::SnapshotTableEntry*>(kk::MemAlloc(sizeof(kk::SnapshotTableEntry)));
+    set.count = 1;
+
+    kk::ReleaseSnapshots(set);
+
+    EXPECT_TRUE(set.comInitialized) << "COM is still to be left";
+    EXPECT_EQ(set.table, nullptr);
+    EXPECT_EQ(set.count, 0u);
+    EXPECT_EQ(machine.heap.LiveBlocks(), 0u);
 }
 
 TEST_F(SnapshotSetTest, ASecondReleaseDoesNothing)

@@ -1,45 +1,58 @@
 #include "exports/support/restore_test.h"
 #include "exports/support/table_on_disk.h"
 
-// What KkRestoreToFreeSpace takes for the limits of a disk whose reads do not do what they are asked for.
+// What KkRestoreToFreeSpace takes for the limits of a disk whose header does not arrive in one read.
 
 namespace {
 
 using machine::CallKind;
 
+/// A disk that moves sectors of 512 bytes and reports larger ones, so that a read of one can end in its midst.
 class RestoreToFreeSpaceTroubleTest : public RestoreTest {
 protected:
-    static constexpr uint64_t kSize = 64 * kMiB;
-    static constexpr uint64_t kStart = 40 * kMiB;
-    static constexpr uint64_t kUsableEnd = kSize - 33 * 512;
-    static constexpr uint64_t kFieldsOfHeader = 96;
+    static constexpr uint32_t kReportedSector = 4096;
+    static constexpr uint64_t kSize = 16 * kMiB;
+    static constexpr uint64_t kStart = 8 * kMiB;
+    static constexpr uint64_t kUsableEnd = kSize - 5 * kReportedSector;
 
     RestoreToFreeSpaceTroubleTest()
     {
         MakeImage(kSmallGpt, {{kMiB, kMiB}}, 4 * kMiB);
-        AddTarget(kSmallGpt, std::vector<Place>{}, kSize);
+        AddTarget(kSmallGpt, {}, kSize);
+        machine::Disk& other = machine.AddDisk(kSize, {.sectorSize = kReportedSector, .number = 1}).Gpt({});
+        Target().WriteBytes(kReportedSector, other.ReadBytes(kReportedSector, kSize - kReportedSector));
+        machine.OnControl({.object = "PhysicalDrive0", .code = 0x700A0},
+                          [](const machine::CallRecord&, const machine::ControlRequest&) {
+                              kk::DiskGeometryEx geometry = {};
+                              geometry.diskSize = kSize;
+                              geometry.bytesPerSector = kReportedSector;
+                              return std::optional(machine::ControlAnswer{.output = machine::BytesOf(geometry)});
+                          });
     }
 
+    /// Where the partition went that was given all the room behind kStart.
     Place PlaceRestoredTo()
     {
         EXPECT_EQ(RestoreToFreeSpace(1, kStart, UINT64_MAX), 0);
-        return ReadSlots(Target(), kSmallGpt).at(0).value_or(Place{});
+        const auto entry = machine::TakeRecord<machine::GptEntryRecord>(
+            Target().ReadBytes(2 * kReportedSector, sizeof(machine::GptEntryRecord)));
+        return {entry.firstLba * kReportedSector, (entry.lastLba - entry.firstLba + 1) * kReportedSector};
     }
 
-    const machine::CallPattern diskReads_ = {.kind = CallKind::ReadFile, .object = "PhysicalDrive0"};
+    const machine::CallPattern reads_ = {.kind = CallKind::ReadFile, .object = "PhysicalDrive0"};
 };
 
 TEST_F(RestoreToFreeSpaceTroubleTest, AHeaderThatArrivesInTwoReadsLimits)
 {
-    machine.faults.Shorten(diskReads_, 1, kFieldsOfHeader);
+    machine.faults.Shorten(reads_, 1, 512);
 
     EXPECT_EQ(PlaceRestoredTo(), (Place{kStart, kUsableEnd - kStart}));
 }
 
 TEST_F(RestoreToFreeSpaceTroubleTest, AHeaderWhoseReadFailsLimitsNothingThoughItsFieldsHaveArrived)
 {
-    machine.faults.Shorten(diskReads_, 1, kFieldsOfHeader);
-    machine.faults.Fail(diskReads_, 2, 0xC0000185);
+    machine.faults.Shorten(reads_, 1, 512);
+    machine.faults.Fail(reads_, 2, 0xC0000185);
 
     EXPECT_EQ(PlaceRestoredTo(), (Place{kStart, kSize - kStart}));
 }
