@@ -48,7 +48,12 @@ protected:
         machine.SetVolumeNumber(*machine.FindVolume(0, kTargetStart), 1);
     }
 
-    int32_t Run() { return api.recoverShrinkToFit(WindowsPath(imagePath).c_str(), 1, 0, kTargetStart); }
+    int32_t Run()
+    {
+        // Files outlive the process of a run.
+        std::filesystem::remove(OverlayPath());
+        return api.recoverShrinkToFit(WindowsPath(imagePath).c_str(), 1, 0, kTargetStart);
+    }
 
     /// The statuses that a failure may end with. In the exports that are called inside, most calls can be done without
     /// or have a status of their own.

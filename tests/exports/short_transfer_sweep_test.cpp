@@ -1,0 +1,136 @@
+#include <cstring>
+
+#include "exports/support/backup_test.h"
+#include "exports/support/partition_edit_test.h"
+#include "exports/support/restore_test.h"
+#include "exports/support/short_transfers.h"
+#include "machine/kestrelkit_api.h"
+
+// Reads and writes that move fewer bytes than they were asked to.
+
+namespace {
+
+constexpr uint64_t kSize = 7 << 20;
+
+class EditShortTransferSweepTest : public PartitionEditTest {
+protected:
+    void Sweep(const std::function<int32_t()>& edit)
+    {
+        for (const DiskKind& kind : kDiskKinds) {
+            SCOPED_TRACE(kind);
+            const uint64_t cut =
+                SweepShortTransfers(machine, {.prepare = [&] { AddPartitions(kind); },
+                                              .run = edit,
+                                              .result = [this] { return TheDisk().ReadBytes(0, kSize); },
+                                              .sectorSize = kind.sectorSize});
+            EXPECT_EQ(cut, kind.table == TableKind::Mbr ? 8u : 44u);
+        }
+    }
+
+private:
+    void AddPartitions(const DiskKind& kind)
+    {
+        AddDisk(kind, {{kMiB, 3 * kMiB}, {4 * kMiB, kMiB}}, kSize);
+        // Volumes of new disks get higher and higher numbers, and few are looked at.
+        machine.SetVolumeNumber(*machine.FindVolume(0, kMiB), 1);
+        machine.SetVolumeNumber(*machine.FindVolume(0, 4 * kMiB), 2);
+    }
+};
+
+TEST_F(EditShortTransferSweepTest, Creating)
+{
+    Sweep([this] { return Create(5 * kMiB, kMiB); });
+}
+
+TEST_F(EditShortTransferSweepTest, Deleting)
+{
+    Sweep([this] { return Delete(4 * kMiB); });
+}
+
+TEST_F(EditShortTransferSweepTest, Shrinking)
+{
+    Sweep([this] { return Shrink(kMiB, kMiB); });
+}
+
+class RestoreShortTransferSweepTest : public RestoreTest {
+protected:
+    static constexpr Place kFirst = {kMiB, kMiB};
+    static constexpr Place kSecond = {2 * kMiB, kMiB};
+
+    RestoreShortTransferSweepTest() { MakeImage(kSmallGpt, {kFirst, kSecond}, kSize); }
+
+    uint64_t Sweep(const std::vector<Place>& partitions, const std::function<int32_t()>& restore)
+    {
+        return SweepShortTransfers(machine, {.prepare = [&] { AddTarget(kSmallGpt, partitions, kSize); },
+                                             .run = restore,
+                                             .result = [this] { return Target().ReadBytes(0, kSize); }});
+    }
+};
+
+TEST_F(RestoreShortTransferSweepTest, ADiskWithItsTable)
+{
+    EXPECT_GT(Sweep({{kMiB, kMiB}}, [this] { return RestorePartitions({1, 2}, 1); }), 80u);
+}
+
+TEST_F(RestoreShortTransferSweepTest, FreeSpace)
+{
+    EXPECT_GT(Sweep({kFirst}, [this] { return RestoreToFreeSpace(2, 4 * kMiB, 2 * kMiB); }), 80u);
+}
+
+TEST_F(RestoreShortTransferSweepTest, AVolume)
+{
+    EXPECT_GT(Sweep({{4 * kMiB, 2 * kMiB}}, [this] { return RestoreToVolume(2, VolumeAt(4 * kMiB)); }), 40u);
+}
+
+TEST_F(RestoreShortTransferSweepTest, AClonedVolume)
+{
+    EXPECT_EQ(Sweep({kSecond, {4 * kMiB, 2 * kMiB}},
+                    [this] { return CloneVolume(VolumeAt(kSecond.start), VolumeAt(4 * kMiB)); }),
+              12u);
+}
+
+TEST_F(RestoreShortTransferSweepTest, AnInspectedImage)
+{
+    BeginCall();
+    ImageInfoRecord info;
+    ImagePartitionRecord partitions[4];
+    uint32_t count;
+    const uint64_t cut = SweepShortTransfers(
+        machine, {.prepare =
+                      [&] {
+                          std::memset(&info, 0xEE, sizeof(info));
+                          std::memset(partitions, 0xEE, sizeof(partitions));
+                          count = 0xEEEEEEEE;
+                      },
+                  .run = [&] { return api.inspectImage(ImagePath().c_str(), &info, partitions, 4, &count); },
+                  .result =
+                      [&] {
+                          std::vector<uint8_t> bytes = machine::BytesOf(info);
+                          const std::vector<uint8_t> list = machine::BytesOf(partitions);
+                          bytes.insert(bytes.end(), list.begin(), list.end());
+                          bytes.push_back(static_cast<uint8_t>(count));
+                          return bytes;
+                      }});
+    EXPECT_GT(cut, 30u);
+}
+
+class BackupShortTransferSweepTest : public BackupTest {};
+
+TEST_F(BackupShortTransferSweepTest, ADiskWithAFileSystemAndOthers)
+{
+    machine::Disk& disk = machine.AddDisk(16 * kMiB);
+    disk.Gpt({.partitions = {{.start = kMiB, .length = 4 * kMiB}, {.start = 8 * kMiB, .length = kMiB}}});
+    disk.Format(kMiB, 4 * kMiB, machine::FileSystem::Ntfs);
+    FillPattern(disk, 8 * kMiB, kMiB, 3);
+
+    const uint64_t cut = SweepShortTransfers(machine, {.prepare =
+                                                           [this] {
+                                                               images->Remove(ImagePath());
+                                                               std::filesystem::remove(ManifestPath());
+                                                           },
+                                                       .run = [this] { return Backup({.usedBlocksOnly = 1}); },
+                                                       .result = [this] { return ImageBytes(0, 16 * kMiB); }});
+    EXPECT_GT(cut, 80u);
+}
+
+}  // namespace
