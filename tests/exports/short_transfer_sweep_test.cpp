@@ -18,16 +18,26 @@ protected:
     {
         for (const DiskKind& kind : kDiskKinds) {
             SCOPED_TRACE(kind);
-            const uint64_t cut =
-                SweepShortTransfers(machine, {.prepare = [&] { AddPartitions(kind); },
-                                              .run = edit,
-                                              .result = [this] { return TheDisk().ReadBytes(0, kSize); },
-                                              .sectorSize = kind.sectorSize});
+            const uint64_t cut = SweepShortTransfers(machine, {.prepare = [&] { AddPartitions(kind); },
+                                                               .run = edit,
+                                                               .result = [&] { return Table(kind); },
+                                                               .sectorSize = kind.sectorSize});
             EXPECT_EQ(cut, kind.table == TableKind::Mbr ? 8u : 44u);
         }
     }
 
 private:
+    std::vector<uint8_t> Table(const DiskKind& kind) const
+    {
+        const TableSectors table(kind, kSize);
+        std::vector<uint8_t> bytes;
+        for (const Place& place : {table.primaryArray, table.primaryHeader, table.backupArray, table.backupHeader}) {
+            const std::vector<uint8_t> part = TheDisk().ReadBytes(place.start, place.length);
+            bytes.insert(bytes.end(), part.begin(), part.end());
+        }
+        return bytes;
+    }
+
     void AddPartitions(const DiskKind& kind)
     {
         AddDisk(kind, {{kMiB, 3 * kMiB}, {4 * kMiB, kMiB}}, kSize);
@@ -54,38 +64,39 @@ TEST_F(EditShortTransferSweepTest, Shrinking)
 
 class RestoreShortTransferSweepTest : public RestoreTest {
 protected:
-    static constexpr Place kFirst = {kMiB, kMiB};
-    static constexpr Place kSecond = {2 * kMiB, kMiB};
+    static constexpr uint64_t kSmallSize = 4 * kMiB;
+    static constexpr Place kFirst = {kMiB, 512 * kKiB};
+    static constexpr Place kSecond = {kMiB + 512 * kKiB, 512 * kKiB};
+    static constexpr Place kThird = {2 * kMiB, kMiB};
 
-    RestoreShortTransferSweepTest() { MakeImage(kSmallGpt, {kFirst, kSecond}, kSize); }
+    RestoreShortTransferSweepTest() { MakeImage(kSmallGpt, {kFirst, kSecond}, kSmallSize); }
 
     uint64_t Sweep(const std::vector<Place>& partitions, const std::function<int32_t()>& restore)
     {
-        return SweepShortTransfers(machine, {.prepare = [&] { AddTarget(kSmallGpt, partitions, kSize); },
+        return SweepShortTransfers(machine, {.prepare = [&] { AddTarget(kSmallGpt, partitions, kSmallSize); },
                                              .run = restore,
-                                             .result = [this] { return Target().ReadBytes(0, kSize); }});
+                                             .result = [this] { return Target().ReadBytes(0, kSmallSize); }});
     }
 };
 
 TEST_F(RestoreShortTransferSweepTest, ADiskWithItsTable)
 {
-    EXPECT_GT(Sweep({{kMiB, kMiB}}, [this] { return RestorePartitions({1, 2}, 1); }), 80u);
+    EXPECT_GT(Sweep({kFirst}, [this] { return RestorePartitions({1, 2}, 1); }), 80u);
 }
 
 TEST_F(RestoreShortTransferSweepTest, FreeSpace)
 {
-    EXPECT_GT(Sweep({kFirst}, [this] { return RestoreToFreeSpace(2, 4 * kMiB, 2 * kMiB); }), 80u);
+    EXPECT_GT(Sweep({kFirst}, [this] { return RestoreToFreeSpace(2, 2 * kMiB, kMiB); }), 80u);
 }
 
 TEST_F(RestoreShortTransferSweepTest, AVolume)
 {
-    EXPECT_GT(Sweep({{4 * kMiB, 2 * kMiB}}, [this] { return RestoreToVolume(2, VolumeAt(4 * kMiB)); }), 40u);
+    EXPECT_GT(Sweep({kThird}, [this] { return RestoreToVolume(2, VolumeAt(kThird.start)); }), 40u);
 }
 
 TEST_F(RestoreShortTransferSweepTest, AClonedVolume)
 {
-    EXPECT_EQ(Sweep({kSecond, {4 * kMiB, 2 * kMiB}},
-                    [this] { return CloneVolume(VolumeAt(kSecond.start), VolumeAt(4 * kMiB)); }),
+    EXPECT_EQ(Sweep({kSecond, kThird}, [this] { return CloneVolume(VolumeAt(kSecond.start), VolumeAt(kThird.start)); }),
               12u);
 }
 
