@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <tuple>
 
 #include "kestrelkit/kestrelkit.h"
 #include "machine/pe_loader.h"
@@ -34,38 +36,49 @@ struct KestrelkitApi {
     decltype(&KkRecoverShrinkToFit) recoverShrinkToFit;
 };
 
+/// An export's place in the table and its name in the DLL.
+template <typename Function>
+struct ExportSlot {
+    Function KestrelkitApi::* slot;
+    std::string_view name;
+};
+
+inline constexpr std::tuple kExports = {
+    ExportSlot{&KestrelkitApi::listDisks, "KkListDisks"},
+    ExportSlot{&KestrelkitApi::listPartitions, "KkListPartitions"},
+    ExportSlot{&KestrelkitApi::setDriveLetter, "KkSetDriveLetter"},
+    ExportSlot{&KestrelkitApi::addMountPoint, "KkAddMountPoint"},
+    ExportSlot{&KestrelkitApi::createPartition, "KkCreatePartition"},
+    ExportSlot{&KestrelkitApi::deletePartition, "KkDeletePartition"},
+    ExportSlot{&KestrelkitApi::extendPartition, "KkExtendPartition"},
+    ExportSlot{&KestrelkitApi::shrinkPartition, "KkShrinkPartition"},
+    ExportSlot{&KestrelkitApi::formatPartition, "KkFormatPartition"},
+    ExportSlot{&KestrelkitApi::reboot, "KkReboot"},
+    ExportSlot{&KestrelkitApi::backup, "KkBackup"},
+    ExportSlot{&KestrelkitApi::inspectImage, "KkInspectImage"},
+    ExportSlot{&KestrelkitApi::mountImage, "KkMountImage"},
+    ExportSlot{&KestrelkitApi::unmountImage, "KkUnmountImage"},
+    ExportSlot{&KestrelkitApi::queryDiskImage, "KkQueryDiskImage"},
+    ExportSlot{&KestrelkitApi::restorePartitions, "KkRestorePartitions"},
+    ExportSlot{&KestrelkitApi::restoreToFreeSpace, "KkRestoreToFreeSpace"},
+    ExportSlot{&KestrelkitApi::restoreToVolume, "KkRestoreToVolume"},
+    ExportSlot{&KestrelkitApi::cloneVolume, "KkCloneVolume"},
+    ExportSlot{&KestrelkitApi::mountImageOverlay, "KkMountImageOverlay"},
+    ExportSlot{&KestrelkitApi::discardOverlay, "KkDiscardOverlay"},
+    ExportSlot{&KestrelkitApi::recoverShrinkToFit, "KkRecoverShrinkToFit"},
+};
+
 /// The table of a loaded DLL, which must outlive it. Throws std::runtime_error when an export is missing.
 inline KestrelkitApi ApiFromDll(const LoadedDll& dll)
 {
-    const auto fill = [&dll](auto& slot, const char* name) {
-        slot = dll.Export<std::remove_reference_t<decltype(slot)>>(name);
-        if (slot == nullptr) {
-            throw std::runtime_error(std::string("the DLL lacks the export ") + name);
+    KestrelkitApi api = {};
+    const auto fill = [&]<typename Function>(const ExportSlot<Function>& entry) {
+        api.*entry.slot = dll.Export<Function>(entry.name);
+        if (api.*entry.slot == nullptr) {
+            throw std::runtime_error("the DLL lacks the export " + std::string(entry.name));
         }
     };
-    KestrelkitApi api = {};
-    fill(api.listDisks, "KkListDisks");
-    fill(api.listPartitions, "KkListPartitions");
-    fill(api.setDriveLetter, "KkSetDriveLetter");
-    fill(api.addMountPoint, "KkAddMountPoint");
-    fill(api.createPartition, "KkCreatePartition");
-    fill(api.deletePartition, "KkDeletePartition");
-    fill(api.extendPartition, "KkExtendPartition");
-    fill(api.shrinkPartition, "KkShrinkPartition");
-    fill(api.formatPartition, "KkFormatPartition");
-    fill(api.reboot, "KkReboot");
-    fill(api.backup, "KkBackup");
-    fill(api.inspectImage, "KkInspectImage");
-    fill(api.mountImage, "KkMountImage");
-    fill(api.unmountImage, "KkUnmountImage");
-    fill(api.queryDiskImage, "KkQueryDiskImage");
-    fill(api.restorePartitions, "KkRestorePartitions");
-    fill(api.restoreToFreeSpace, "KkRestoreToFreeSpace");
-    fill(api.restoreToVolume, "KkRestoreToVolume");
-    fill(api.cloneVolume, "KkCloneVolume");
-    fill(api.mountImageOverlay, "KkMountImageOverlay");
-    fill(api.discardOverlay, "KkDiscardOverlay");
-    fill(api.recoverShrinkToFit, "KkRecoverShrinkToFit");
+    std::apply([&](const auto&... entries) { (fill(entries), ...); }, kExports);
     return api;
 }
 

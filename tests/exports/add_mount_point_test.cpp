@@ -23,6 +23,9 @@ protected:
 
 TEST_F(AddMountPointTest, MountsTheVolumeOnAFolderWithOrWithoutABackslashAtItsEnd)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_SUCCESS,
+          "the volume is mounted on the folder, given with or without a backslash at its end");
+
     for (const char16_t* const directory : {u"D:\\mnt", u"D:\\mnt\\"}) {
         machine.journal.Clear();
 
@@ -36,6 +39,9 @@ TEST_F(AddMountPointTest, MountsTheVolumeOnAFolderWithOrWithoutABackslashAtItsEn
 
 TEST_F(AddMountPointTest, TakesItsStepsInOrderAndKeepsTheLetter)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_SUCCESS,
+          "library, volume and path are looked up in this order; the volume keeps its letter");
+
     machine.AssignLetter(volume, u'K');
 
     EXPECT_EQ(Add(u"D:\\mnt"), 0);
@@ -48,6 +54,9 @@ TEST_F(AddMountPointTest, TakesItsStepsInOrderAndKeepsTheLetter)
 
 TEST_F(AddMountPointTest, WithoutTheSystemLibraryDoesNotEvenLookAtTheFolder)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_NOT_FOUND,
+          "without kernel32.dll nothing is looked at, whatever the other arguments are");
+
     machine.modules.Remove(u"kernel32.dll");
 
     EXPECT_EQ(Add(u"D:\\mnt"), KK_STATUS_NOT_FOUND);
@@ -60,6 +69,9 @@ TEST_F(AddMountPointTest, WithoutTheSystemLibraryDoesNotEvenLookAtTheFolder)
 
 TEST_F(AddMountPointTest, NeedsBothMountPointCallsAndNoOtherEntry)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_NOT_FOUND, "each of the two mount-point calls must be there");
+    SHOWS(KkAddMountPoint, KK_STATUS_SUCCESS, "no other entry point of kernel32.dll is needed");
+
     WithoutEachEntry([&](const std::string& entry) {
         const bool needed = entry == "SetVolumeMountPointW" || entry == "DeleteVolumeMountPointW";
         EXPECT_EQ(Add(u"D:\\mnt"), needed ? KK_STATUS_NOT_FOUND : 0);
@@ -69,6 +81,9 @@ TEST_F(AddMountPointTest, NeedsBothMountPointCallsAndNoOtherEntry)
 
 TEST_F(AddMountPointTest, RefusesAMissingOrEmptyFolderBeforeItLooksForTheVolume)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_INVALID_PARAMETER,
+          "a null or empty folder is refused before the volume is looked for");
+
     EXPECT_EQ(api.addMountPoint(0, kStart, nullptr), KK_STATUS_INVALID_PARAMETER);
     EXPECT_EQ(Add(u""), KK_STATUS_INVALID_PARAMETER);
     EXPECT_EQ(api.addMountPoint(7, 0, u""), KK_STATUS_INVALID_PARAMETER);
@@ -78,6 +93,8 @@ TEST_F(AddMountPointTest, RefusesAMissingOrEmptyFolderBeforeItLooksForTheVolume)
 
 TEST_F(AddMountPointTest, FindsNoMediaInAPartitionWithoutAVolume)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_NO_MEDIA_IN_DEVICE, "no partition starts there, or it has no volume");
+
     EXPECT_EQ(api.addMountPoint(1, kStart, u"D:\\mnt"), KK_STATUS_NO_MEDIA_IN_DEVICE);
     EXPECT_EQ(api.addMountPoint(0, kStart + 512, u"D:\\mnt"), KK_STATUS_NO_MEDIA_IN_DEVICE);
     machine.HideVolume(volume);
@@ -88,6 +105,9 @@ TEST_F(AddMountPointTest, FindsNoMediaInAPartitionWithoutAVolume)
 
 TEST_F(AddMountPointTest, FindsNoMediaInAVolumeWithoutAPath)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the mount manager knows no path of the volume, or cannot be asked");
+
     machine.faults.Fail({.code = kQueryPoints}, 1, 0xC000000D);
 
     EXPECT_EQ(Add(u"D:\\mnt"), KK_STATUS_NO_MEDIA_IN_DEVICE);
@@ -100,6 +120,9 @@ TEST_F(AddMountPointTest, FindsNoMediaInAVolumeWithoutAPath)
 
 TEST_F(AddMountPointTest, IsDeniedAccessWhateverTheSystemsReason)
 {
+    SHOWS(KkAddMountPoint, KK_E_ACCESSDENIED,
+          "the system's refusal, whatever its reason: the folder is missing, not empty or mounted on already");
+
     std::filesystem::create_directories(drive / "full" / "inside");
     EXPECT_EQ(Add(u"D:\\missing"), KK_E_ACCESSDENIED);
     EXPECT_EQ(Add(u"D:\\full"), KK_E_ACCESSDENIED);
@@ -111,6 +134,8 @@ TEST_F(AddMountPointTest, IsDeniedAccessWhateverTheSystemsReason)
 
 TEST_F(AddMountPointTest, CutsALongFolderBeforeTheBackslashIsAdded)
 {
+    SHOWS(KkAddMountPoint, "a folder is cut to 517 units before the backslash is added");
+
     const std::u16string longest = u"D:\\" + std::u16string(514, u'n');
     ASSERT_EQ(longest.size(), 517u);
     const auto pointFor = [&](const std::u16string& directory) {
@@ -132,6 +157,8 @@ TEST_F(AddMountPointTest, CutsALongFolderBeforeTheBackslashIsAdded)
 
 TEST_F(AddMountPointTest, HandsTheFolderOverAsItStands)
 {
+    SHOWS(KkAddMountPoint, "the folder is handed to the system as it stands but for the backslash at its end");
+
     const std::pair<std::u16string, std::u16string> cases[] = {
         {u"x", u"x\\"},
         {u"\\", u"\\"},
@@ -148,6 +175,9 @@ TEST_F(AddMountPointTest, HandsTheFolderOverAsItStands)
 
 TEST_F(AddMountPointTest, CutsALongPathOfTheVolume)
 {
+    SHOWS(KkAddMountPoint, KK_E_ACCESSDENIED,
+          "a volume path longer than its buffer is cut, which the system then refuses");
+
     const std::u16string name(200, u'n');
     AnswerMountPoints({{u"\\??\\Volume{" + name, volume.DeviceName()}});
 
@@ -159,6 +189,9 @@ TEST_F(AddMountPointTest, CutsALongPathOfTheVolume)
 
 TEST_F(AddMountPointTest, EveryAnswerButZeroIsTrue)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_SUCCESS, "any answer of the system but 0 means that it mounted the volume");
+    SHOWS(KkAddMountPoint, KK_E_ACCESSDENIED, "the answer 0 means that it did not");
+
     const auto addWith = [&](auto* answer) {
         return RunForked([&] {
             ReplaceEntry("SetVolumeMountPointW", answer);

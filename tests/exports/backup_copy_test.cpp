@@ -15,6 +15,9 @@ class BackupCopyTest : public BackupTest {};
 
 TEST_F(BackupCopyTest, CopiesEveryPartitionWholeByDefault)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "every partition is copied whole by default, and the result tells how each was read");
+
     machine::Disk& disk = AddUsualDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -35,6 +38,8 @@ TEST_F(BackupCopyTest, CopiesEveryPartitionWholeByDefault)
 
 TEST_F(BackupCopyTest, GivesTheImageTheGeometryOfTheDisk)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the image has the size and sector size of the disk, and blocks of 2 MiB");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -48,6 +53,8 @@ TEST_F(BackupCopyTest, GivesTheImageTheGeometryOfTheDisk)
 
 TEST_F(BackupCopyTest, KeepsA4096ByteSectorDiskAsItIs)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a disk with sectors of 4096 bytes is kept as it is");
+
     machine::Disk& disk = machine.AddDisk(64 * kMiB, {.sectorSize = 4096});
     disk.Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}, {.start = 20 * kMiB, .length = 4 * kMiB}}});
     FillPattern(disk, kMiB, 16 * kMiB, 1);
@@ -63,6 +70,9 @@ TEST_F(BackupCopyTest, KeepsA4096ByteSectorDiskAsItIs)
 
 TEST_F(BackupCopyTest, RoundsTheSizeUpToWholeSectors)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "the image's size is rounded up to whole sectors, the manifest tells both sizes");
+
     AddUsualDisk();
     machine.OnControl(
         {.code = 0x700A0},
@@ -85,6 +95,9 @@ TEST_F(BackupCopyTest, RoundsTheSizeUpToWholeSectors)
 
 TEST_F(BackupCopyTest, CopiesOnlyTheClustersThatNtfsHasInUse)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "clusters that NTFS has in use are copied, others are not; other file systems are copied whole");
+
     machine::Disk& disk = AddUsualDisk();
     machine::Volume& volume = *machine.FindVolume(0, kNtfsStart);
     machine::NtfsReader ntfs(volume);
@@ -114,6 +127,8 @@ TEST_F(BackupCopyTest, CopiesOnlyTheClustersThatNtfsHasInUse)
 
 TEST_F(BackupCopyTest, TakesAnyNonZeroNumberForYes)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "any number but 0 means yes; the result repeats the argument as it was");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.usedBlocksOnly = 0x80000000, .useSnapshots = 0x100}), 0);
@@ -125,6 +140,8 @@ TEST_F(BackupCopyTest, TakesAnyNonZeroNumberForYes)
 
 TEST_F(BackupCopyTest, MovesEightMebibytesAtATimeThroughOneBuffer)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "data goes through one buffer of 8 MiB");
+
     machine::Disk& disk = machine.AddDisk(64 * kMiB);
     disk.Gpt({.partitions = {{.start = kMiB, .length = 20 * kMiB + 512}}});
     FillPattern(disk, kMiB, 20 * kMiB + 512, 3);
@@ -147,6 +164,8 @@ TEST_F(BackupCopyTest, MovesEightMebibytesAtATimeThroughOneBuffer)
 
 TEST_F(BackupCopyTest, AllocatesNothingButWhatItNeeds)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "it allocates only what it needs and frees all of it");
+
     machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 20 * kMiB}}});
     machine.HideVolume(*machine.FindVolume(0, kMiB));
 
@@ -174,6 +193,8 @@ TEST_F(BackupCopyTest, AllocatesNothingButWhatItNeeds)
 
 TEST_F(BackupCopyTest, ReadsEachTransferBeforeItWritesIt)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "each piece is read before it is written");
+
     machine::Disk& disk = machine.AddDisk(32 * kMiB);
     disk.Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}}});
 
@@ -190,6 +211,9 @@ TEST_F(BackupCopyTest, ReadsEachTransferBeforeItWritesIt)
 
 TEST_F(BackupCopyTest, CopiesAVolumeOnlyUpToItsPartitionsEnd)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "a volume that is longer than its partition is copied up to the partition's end");
+
     machine::Disk& disk = machine.AddDisk(64 * kMiB);
     disk.Gpt({.partitions = {{.start = kMiB, .length = 4 * kMiB}, {.start = 5 * kMiB, .length = kMiB}}});
     FillPattern(disk, kMiB, 4 * kMiB, 1);
@@ -205,6 +229,8 @@ TEST_F(BackupCopyTest, CopiesAVolumeOnlyUpToItsPartitionsEnd)
 
 TEST_F(BackupCopyTest, CopiesAShorterVolumeOnlyAsFarAsItGoes)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a volume that is shorter than its partition is copied as far as it goes");
+
     machine::Disk& disk = machine.AddDisk(64 * kMiB);
     disk.Gpt({.partitions = {{.start = kMiB, .length = 4 * kMiB}}});
     FillPattern(disk, kMiB, 4 * kMiB, 1);
@@ -220,6 +246,8 @@ TEST_F(BackupCopyTest, CopiesAShorterVolumeOnlyAsFarAsItGoes)
 
 TEST_F(BackupCopyTest, CopiesThePartitionsLengthWhenTheVolumeDoesNotTellItsOwn)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a volume that does not tell its length is copied for the partition's");
+
     machine::Disk& disk = machine.AddDisk(64 * kMiB);
     disk.Gpt({.partitions = {{.start = kMiB, .length = 4 * kMiB}}});
     machine.FindVolume(0, kMiB)->SetLengthInfo(
@@ -232,6 +260,8 @@ TEST_F(BackupCopyTest, CopiesThePartitionsLengthWhenTheVolumeDoesNotTellItsOwn)
 
 TEST_F(BackupCopyTest, FallsBackToTheRawDiskWhenTheVolumeDoesNotOpenAgain)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a volume that does not open is read from the raw disk, whole");
+
     machine::Disk& disk = AddUsualDisk();
     // The first open is the search for the volume, the second the one for the copy.
     machine.faults.Fail({.kind = CallKind::CreateFile, .object = "HarddiskVolume2"}, 2, 0xC0000022);
@@ -245,6 +275,9 @@ TEST_F(BackupCopyTest, FallsBackToTheRawDiskWhenTheVolumeDoesNotOpenAgain)
 
 TEST_F(BackupCopyTest, FallsBackToTheRawDiskWhenTheUsedClustersCannotBeLearnt)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "a volume that does not tell its clusters in use is read from the raw disk, whole");
+
     machine::Disk& disk = AddUsualDisk();
     machine.faults.FailFrom({.code = 0x9006F}, 1, 0xC0000010);
 
@@ -257,6 +290,8 @@ TEST_F(BackupCopyTest, FallsBackToTheRawDiskWhenTheUsedClustersCannotBeLearnt)
 
 TEST_F(BackupCopyTest, ClipsClustersBeyondThePartitionsEnd)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "clusters beyond the partition's end are not copied");
+
     machine::Disk& disk = AddUsualDisk();
     machine.FindVolume(0, kNtfsStart)->SetBitmapAnswer([](const machine::ControlRequest&) {
         // Every one of 5200 clusters in use, of which the partition has room for 5120 of 4 KiB.
@@ -274,6 +309,8 @@ TEST_F(BackupCopyTest, ClipsClustersBeyondThePartitionsEnd)
 
 TEST_F(BackupCopyTest, LeavesOutARunThatBeginsBeyondThePartition)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "runs of clusters that begin beyond the partition's end are left out");
+
     AddUsualDisk();
     machine.FindVolume(0, kNtfsStart)->SetBitmapAnswer([](const machine::ControlRequest&) {
         std::vector<uint8_t> answer = machine::BytesOf(std::array<int64_t, 2>{0, 6000});
@@ -291,6 +328,8 @@ TEST_F(BackupCopyTest, LeavesOutARunThatBeginsBeyondThePartition)
 
 TEST_F(BackupCopyTest, CountsAVolumeWithNothingInUseAsCopied)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a volume with nothing in use counts as copied");
+
     AddUsualDisk();
     machine.FindVolume(0, kNtfsStart)->SetBitmapAnswer([](const machine::ControlRequest&) {
         std::vector<uint8_t> answer = machine::BytesOf(std::array<int64_t, 2>{0, 5000});
@@ -308,6 +347,8 @@ TEST_F(BackupCopyTest, CountsAVolumeWithNothingInUseAsCopied)
 
 TEST_F(BackupCopyTest, SplitsALongRunIntoTransfers)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "long runs of clusters are split into pieces of 8 MiB");
+
     machine::Disk& disk = machine.AddDisk(64 * kMiB);
     disk.Gpt({.partitions = {{.start = kMiB, .length = 32 * kMiB}}});
     disk.Format(kMiB, 32 * kMiB, FileSystem::Ntfs);
@@ -325,6 +366,9 @@ TEST_F(BackupCopyTest, SplitsALongRunIntoTransfers)
 
 TEST_F(BackupCopyTest, FlushesOnceAfterTheLastPartitionAndOnceAfterTheTable)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "the image is flushed after the table and after the last partition, before it is detached");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -338,6 +382,8 @@ TEST_F(BackupCopyTest, FlushesOnceAfterTheLastPartitionAndOnceAfterTheTable)
 
 TEST_F(BackupCopyTest, MovesNothingElseThanTheTableAndTheData)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "nothing but the table and the data is written");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -355,6 +401,8 @@ TEST_F(BackupCopyTest, MovesNothingElseThanTheTableAndTheData)
 
 TEST_F(BackupCopyTest, DoesNotChangeTheSourceDisk)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the source disk is not written, nor opened for writing");
+
     machine::Disk& disk = AddUsualDisk();
     const std::vector<uint8_t> before = disk.ReadBytes(0, kUsualDiskSize);
 
@@ -372,6 +420,9 @@ TEST_F(BackupCopyTest, DoesNotChangeTheSourceDisk)
 
 TEST_F(BackupCopyTest, EndsAtTheFileSystemsEndWhereTheSystemKeepsThatBoundary)
 {
+    SHOWS(KkBackup, KK_STATUS_END_OF_FILE,
+          "a mounted NTFS volume copied whole where the system ends it a sector early; no manifest");
+
     AddUsualDisk();
     machine.Strict();
 
@@ -384,6 +435,9 @@ TEST_F(BackupCopyTest, EndsAtTheFileSystemsEndWhereTheSystemKeepsThatBoundary)
 
 TEST_F(BackupCopyTest, StaysInsideTheFileSystemWithUsedBlocksOnly)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "clusters in use are copied also where the system ends the volume a sector early");
+
     AddUsualDisk();
     machine.Strict();
 
@@ -392,6 +446,8 @@ TEST_F(BackupCopyTest, StaysInsideTheFileSystemWithUsedBlocksOnly)
 
 TEST_F(BackupCopyTest, WorksWithoutAResultRecord)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the result need not be asked for");
+
     AddUsualDisk();
 
     EXPECT_EQ(api.backup(0, WindowsPath(ImagePath()).c_str(), nullptr, 0, 0, 0, 0, nullptr, 0, 1, 0, nullptr), 0);

@@ -36,6 +36,9 @@ protected:
 
 TEST_F(BackupFailureTest, RefusesArgumentsThatAreMissing)
 {
+    SHOWS(KkBackup, KK_STATUS_INVALID_PARAMETER,
+          "no image path, or a count without partition numbers; nothing is done");
+
     AddUsualDisk();
     const std::u16string path = WindowsPath(ImagePath());
 
@@ -47,6 +50,8 @@ TEST_F(BackupFailureTest, RefusesArgumentsThatAreMissing)
 
 TEST_F(BackupFailureTest, PassesOnThatTheDiskDoesNotOpen)
 {
+    SHOWS(KkBackup, 0xC0000034, "the status of a disk that does not open is passed on; no image is made");
+
     EXPECT_EQ(Backup(), Status(0xC0000034));
 
     EXPECT_FALSE(ImageExists());
@@ -55,6 +60,8 @@ TEST_F(BackupFailureTest, PassesOnThatTheDiskDoesNotOpen)
 
 TEST_F(BackupFailureTest, PassesOnThatTheLayoutCannotBeRead)
 {
+    SHOWS(KkBackup, 0xC000009C, "the status of a layout that cannot be read is passed on");
+
     machine.AddDisk(8 * kMiB);
     machine.faults.FailFrom({.code = 0x70050}, 1, 0xC000009C);
 
@@ -63,6 +70,9 @@ TEST_F(BackupFailureTest, PassesOnThatTheLayoutCannotBeRead)
 
 TEST_F(BackupFailureTest, DoesNotSupportADiskWithoutATable)
 {
+    SHOWS(KkBackup, KK_STATUS_NOT_SUPPORTED,
+          "the disk has neither an MBR nor a GPT, found before the service is looked for");
+
     machine.AddDisk(8 * kMiB);
     machine.modules.Remove(u"virtdisk.dll");
 
@@ -71,6 +81,8 @@ TEST_F(BackupFailureTest, DoesNotSupportADiskWithoutATable)
 
 TEST_F(BackupFailureTest, NeedsTheVirtualDiskServiceBeforeItLooksAtAnyVolume)
 {
+    SHOWS(KkBackup, KK_STATUS_NOT_FOUND, "the virtual-disk service is missing; no volume is looked at");
+
     AddUsualDisk();
     machine.modules.Remove(u"virtdisk.dll");
 
@@ -83,6 +95,8 @@ TEST_F(BackupFailureTest, NeedsTheVirtualDiskServiceBeforeItLooksAtAnyVolume)
 
 TEST_F(BackupFailureTest, FindsOutLaterThatAnEntryPointIsMissing)
 {
+    SHOWS(KkBackup, KK_STATUS_NOT_FOUND, "an entry point of the virtual-disk service is missing");
+
     AddUsualDisk();
     for (const char* const entry : {"AttachVirtualDisk", "DetachVirtualDisk", "GetVirtualDiskPhysicalPath"}) {
         EXPECT_EQ(RunForked([&] {
@@ -104,6 +118,8 @@ TEST_F(BackupFailureTest, FindsOutLaterThatAnEntryPointIsMissing)
 
 TEST_F(BackupFailureTest, FailsWhenTheImageExistsAlready)
 {
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "the image exists already");
+
     AddUsualDisk();
     ASSERT_EQ(Backup(), 0);
 
@@ -113,6 +129,8 @@ TEST_F(BackupFailureTest, FailsWhenTheImageExistsAlready)
 
 TEST_F(BackupFailureTest, LeavesTheImageWhenItCannotBeAttached)
 {
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "the image cannot be attached; its file stays");
+
     AddUsualDisk();
     machine.faults.Fail({.name = "AttachVirtualDisk"}, 1, 32);
 
@@ -124,6 +142,8 @@ TEST_F(BackupFailureTest, LeavesTheImageWhenItCannotBeAttached)
 
 TEST_F(BackupFailureTest, DetachesTheImageWhenItsDiskCannotBeNamed)
 {
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "the name of the image's disk cannot be learnt; it is detached");
+
     AddUsualDisk();
     virtualDisks.behaviour.pathFailure = 55;
 
@@ -135,6 +155,8 @@ TEST_F(BackupFailureTest, DetachesTheImageWhenItsDiskCannotBeNamed)
 
 TEST_F(BackupFailureTest, PassesOnThatTheImagesDiskDoesNotOpen)
 {
+    SHOWS(KkBackup, 0xC0000022, "the image's disk does not open; it is detached");
+
     AddUsualDisk();
     machine.faults.Fail({.kind = CallKind::CreateFile, .object = "PhysicalDrive1"}, 1, 0xC0000022);
 
@@ -146,6 +168,8 @@ TEST_F(BackupFailureTest, PassesOnThatTheImagesDiskDoesNotOpen)
 
 TEST_F(BackupFailureTest, PassesOnThatTheSourceDoesNotOpenASecondTime)
 {
+    SHOWS(KkBackup, 0xC0000043, "the source does not open for its data; not even the table is in the image");
+
     AddUsualDisk();
     machine.faults.Fail({.kind = CallKind::CreateFile, .object = "PhysicalDrive0"}, 2, 0xC0000043);
 
@@ -156,6 +180,9 @@ TEST_F(BackupFailureTest, PassesOnThatTheSourceDoesNotOpenASecondTime)
 
 TEST_F(BackupFailureTest, PassesOnThatTheTableCannotBeWritten)
 {
+    SHOWS(KkBackup, KK_STATUS_DISK_FULL,
+          "the status of a failing write of the table is passed on; no manifest, and the image detached");
+
     AddUsualDisk();
     machine.faults.Fail({.kind = CallKind::WriteFile, .object = "PhysicalDrive1"}, 3, 0xC000007F);
 
@@ -168,6 +195,8 @@ TEST_F(BackupFailureTest, PassesOnThatTheTableCannotBeWritten)
 
 TEST_F(BackupFailureTest, LeavesTheImageWithItsTableWhenThereIsNoTransferBuffer)
 {
+    SHOWS(KkBackup, KK_STATUS_NO_MEMORY, "no memory for the buffer; the image has its table, no manifest is made");
+
     AddUsualDisk();
     machine.heap.SetLimit(4 * kMiB);
 
@@ -181,6 +210,8 @@ TEST_F(BackupFailureTest, LeavesTheImageWithItsTableWhenThereIsNoTransferBuffer)
 
 TEST_F(BackupFailureTest, EndsWithTheFirstReadThatFailsAndDoesNotTryAgain)
 {
+    SHOWS(KkBackup, 0xC000009C, "the first read that fails ends it and is not tried again; image left, no manifest");
+
     AddUsualDisk();
     machine.faults.Fail({.kind = CallKind::ReadFile}, 4, 0xC000009C);
 
@@ -195,6 +226,8 @@ TEST_F(BackupFailureTest, EndsWithTheFirstReadThatFailsAndDoesNotTryAgain)
 
 TEST_F(BackupFailureTest, EndsWithTheFirstWriteThatFails)
 {
+    SHOWS(KkBackup, KK_STATUS_DISK_FULL, "the first write that fails ends it; no manifest, the result untouched");
+
     AddUsualDisk();
     machine.faults.Fail({.kind = CallKind::WriteFile}, 7, 0xC000007F);
 
@@ -206,6 +239,9 @@ TEST_F(BackupFailureTest, EndsWithTheFirstWriteThatFails)
 
 TEST_F(BackupFailureTest, EndsWhenAReadOrAWriteMakesNoProgress)
 {
+    SHOWS(KkBackup, KK_STATUS_END_OF_FILE, "a read makes no progress");
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "a write makes no progress");
+
     AddUsualDisk();
     machine.faults.Shorten({.kind = CallKind::ReadFile}, 2, 0);
     EXPECT_EQ(Backup(), KK_STATUS_END_OF_FILE);
@@ -218,6 +254,8 @@ TEST_F(BackupFailureTest, EndsWhenAReadOrAWriteMakesNoProgress)
 
 TEST_F(BackupFailureTest, GoesOnAfterShortTransfers)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "transfers that are cut short are gone on with");
+
     machine::Disk& disk = AddUsualDisk();
     // The first five writes are the partition table's.
     uint64_t nth = 1;
@@ -236,6 +274,8 @@ TEST_F(BackupFailureTest, GoesOnAfterShortTransfers)
 
 TEST_F(BackupFailureTest, WritesResultAndManifestEvenWhenDetachingFails)
 {
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "only detaching failed; result and manifest are written");
+
     AddUsualDisk();
     machine.faults.Fail({.name = "DetachVirtualDisk"}, 1, 1392);
 
@@ -248,6 +288,8 @@ TEST_F(BackupFailureTest, WritesResultAndManifestEvenWhenDetachingFails)
 
 TEST_F(BackupFailureTest, DoesNotMindAManifestThatCannotBeWritten)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a manifest that cannot be written does not matter");
+
     AddUsualDisk();
     std::filesystem::create_directory(ManifestPath());
 
@@ -258,6 +300,8 @@ TEST_F(BackupFailureTest, DoesNotMindAManifestThatCannotBeWritten)
 
 TEST_F(BackupFailureTest, DoesNotMindAFlushThatFails)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a flush that fails does not matter");
+
     AddUsualDisk();
     machine.faults.FailFrom({.kind = CallKind::Flush}, 1, 0xC0000185);
 
@@ -266,6 +310,8 @@ TEST_F(BackupFailureTest, DoesNotMindAFlushThatFails)
 
 TEST_F(BackupFailureTest, FailsWhenTheImageWouldBeLargerThanNumbersGo)
 {
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "the image would be larger than numbers go, and is not made");
+
     AddUsualDisk();
     machine.OnControl(
         {.code = 0x700A0},
@@ -282,6 +328,8 @@ TEST_F(BackupFailureTest, FailsWhenTheImageWouldBeLargerThanNumbersGo)
 
 TEST_F(BackupFailureTest, FailsWhenPackedPartitionsWouldEndBeyondAllNumbers)
 {
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "packed partitions would end beyond all numbers; no image is made");
+
     AddUsualDisk();
     PretendPartitions({{kMiB, INT64_MAX}, {kMiB, INT64_MAX}, {kMiB, INT64_MAX}, {kMiB, INT64_MAX}});
 
@@ -291,6 +339,8 @@ TEST_F(BackupFailureTest, FailsWhenPackedPartitionsWouldEndBeyondAllNumbers)
 
 TEST_F(BackupFailureTest, NeverTurnsAWrappedOffsetIntoAWriteElsewhere)
 {
+    SHOWS(KkBackup, KK_STATUS_INVALID_PARAMETER, "a partition lies where no disk can reach; no data is written");
+
     AddUsualDisk();
     PretendPartitions({{-1, int64_t{1} << 40}});
 

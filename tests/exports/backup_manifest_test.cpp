@@ -6,6 +6,8 @@ class BackupManifestFileTest : public BackupTest {};
 
 TEST_F(BackupManifestFileTest, TellsEverythingInAFixedOrder)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the manifest tells disk, image, options, set and partitions in a fixed order");
+
     AddUsualDisk();
     machine.AssignLetter(*machine.FindVolume(0, kNtfsStart), u'W');
     machine.clock.SetTime(133'500'000'000'000'000);
@@ -33,6 +35,8 @@ TEST_F(BackupManifestFileTest, TellsEverythingInAFixedOrder)
 
 TEST_F(BackupManifestFileTest, MakesUpASetIdentifierWhenThereIsNone)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a set identifier is made up when none or an empty one is given");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.setId = nullptr}), 0);
@@ -48,6 +52,8 @@ TEST_F(BackupManifestFileTest, MakesUpASetIdentifierWhenThereIsNone)
 
 TEST_F(BackupManifestFileTest, KeepsSixtyThreeBytesOfASetIdentifier)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "63 bytes of a set identifier are kept");
+
     AddUsualDisk();
     const std::string exact(63, 'x');
 
@@ -62,6 +68,8 @@ TEST_F(BackupManifestFileTest, KeepsSixtyThreeBytesOfASetIdentifier)
 
 TEST_F(BackupManifestFileTest, ReplacesAnOlderAndLongerManifest)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "an older and longer manifest is replaced");
+
     AddUsualDisk();
     Shell("head -c 100000 /dev/zero | tr '\\0' x > " + ManifestPath().string());
 
@@ -72,6 +80,8 @@ TEST_F(BackupManifestFileTest, ReplacesAnOlderAndLongerManifest)
 
 TEST_F(BackupManifestFileTest, NamesAnMbrDiskWithZeroGuids)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the manifest of an MBR disk has zero GUIDs and empty names");
+
     machine.AddDisk(64 * kMiB).Mbr({.partitions = {{.start = kMiB, .length = 4 * kMiB}}});
 
     ASSERT_EQ(Backup(), 0);

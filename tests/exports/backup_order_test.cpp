@@ -45,6 +45,9 @@ private:
 
 TEST_F(BackupOrderTest, EndsInTheOrderThatLeavesTheImageWholeAtEachStep)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "it flushes, closes, detaches, writes the manifest and releases the snapshots, in this order");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.useSnapshots = 1}), 0);
@@ -66,6 +69,8 @@ TEST_F(BackupOrderTest, EndsInTheOrderThatLeavesTheImageWholeAtEachStep)
 
 TEST_F(BackupOrderTest, ClosesItsDisksBeforeItDetachesAHalfWrittenImage)
 {
+    SHOWS(KkBackup, KK_STATUS_DISK_FULL, "after a failing write the disks are closed before the image is detached");
+
     AddUsualDisk();
     machine.faults.Fail({.kind = CallKind::WriteFile, .object = "PhysicalDrive1"}, 7, 0xC000007F);
 
@@ -80,6 +85,8 @@ TEST_F(BackupOrderTest, ClosesItsDisksBeforeItDetachesAHalfWrittenImage)
 
 TEST_F(BackupOrderTest, DoesTheSameWithoutATransferBuffer)
 {
+    SHOWS(KkBackup, KK_STATUS_NO_MEMORY, "without a buffer the disks are closed before the image is detached");
+
     AddUsualDisk();
     machine.heap.SetLimit(4 * kMiB);
 
@@ -99,6 +106,8 @@ TEST_F(BackupOrderTest, DoesTheSameWithoutATransferBuffer)
 
 TEST_F(BackupOrderTest, FreesTheTransferBufferAfterTheManifest)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the buffer is freed after the manifest was written");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -111,6 +120,8 @@ TEST_F(BackupOrderTest, FreesTheTransferBufferAfterTheManifest)
 
 TEST_F(BackupOrderTest, KeepsAFailedSnapshotAttemptUntilTheEndToo)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a failed attempt at snapshots is released at the end too");
+
     AddUsualDisk();
     snapshots.Operation("DoSnapshotSet").reported = Status(0x8004231F);
 
@@ -125,6 +136,9 @@ TEST_F(BackupOrderTest, KeepsAFailedSnapshotAttemptUntilTheEndToo)
 
 TEST_F(BackupOrderTest, LeavesAnotherKindOfApartmentAsItFoundIt)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "a thread in an apartment of another kind is left there, and snapshots are used");
+
     AddUsualDisk();
     snapshots.apartments.Preset(machine::Apartment::SingleThreaded);
 

@@ -26,6 +26,9 @@ protected:
 
 TEST_F(BackupSnapshotTest, ReadsVolumesFromTheirSnapshots)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "volumes are read from their snapshots; what is written later is not in the image");
+
     machine::Disk& disk = AddUsualDisk();
     const std::vector<uint8_t> before = disk.ReadBytes(kNtfsStart, kNtfsLength);
     snapshots.OnSnapshotTaken([&] { FillPattern(disk, kNtfsStart + 8 * kMiB, 4 * kMiB, 99); });
@@ -43,6 +46,8 @@ TEST_F(BackupSnapshotTest, ReadsVolumesFromTheirSnapshots)
 
 TEST_F(BackupSnapshotTest, TakesTheListOfUsedClustersFromTheSnapshotToo)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the clusters in use are those of the snapshot");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.usedBlocksOnly = 1, .useSnapshots = 1}), 0);
@@ -57,6 +62,8 @@ TEST_F(BackupSnapshotTest, TakesTheListOfUsedClustersFromTheSnapshotToo)
 
 TEST_F(BackupSnapshotTest, DoesNotTouchTheServiceUnlessAsked)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the snapshot service is not touched unless asked for");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -71,6 +78,8 @@ TEST_F(BackupSnapshotTest, DoesNotTouchTheServiceUnlessAsked)
 
 TEST_F(BackupSnapshotTest, AsksForNoSnapshotsWhenNoVolumeHasAName)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "no snapshots are asked for when no chosen partition has a volume");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.partitions = {2}, .useSnapshots = 1}), 0);
@@ -82,6 +91,8 @@ TEST_F(BackupSnapshotTest, AsksForNoSnapshotsWhenNoVolumeHasAName)
 
 TEST_F(BackupSnapshotTest, SnapshotsTheFirstSixteenVolumesAndReadsTheOthersLive)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the first 16 volumes get snapshots, further ones are read live");
+
     machine::Disk& disk = AddManyVolumes(18);
 
     ASSERT_EQ(Backup({.useSnapshots = 1}), 0);
@@ -94,6 +105,8 @@ TEST_F(BackupSnapshotTest, SnapshotsTheFirstSixteenVolumesAndReadsTheOthersLive)
 
 TEST_F(BackupSnapshotTest, CountsTheSixteenInTheOrderOfThePackedImage)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "in a packed image the first 16 are counted in the image's order");
+
     machine::Disk& disk = machine.AddDisk(64 * kMiB);
     machine::GptTable table;
     for (uint32_t i = 0; i < 17; ++i) {
@@ -112,6 +125,8 @@ TEST_F(BackupSnapshotTest, CountsTheSixteenInTheOrderOfThePackedImage)
 
 TEST_F(BackupSnapshotTest, ReadsAVolumeLiveWhoseSnapshotHasNoDevice)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a volume whose snapshot has no device is read live");
+
     AddUsualDisk();
     snapshots.OmitDeviceName(*machine.FindVolume(0, kNtfsStart));
 
@@ -124,6 +139,8 @@ TEST_F(BackupSnapshotTest, ReadsAVolumeLiveWhoseSnapshotHasNoDevice)
 
 TEST_F(BackupSnapshotTest, GoesToTheRawDiskAndNotToTheLiveVolumeWhenASnapshotDoesNotOpen)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "when a snapshot does not open the raw disk is read and not the live volume");
+
     machine::Disk& disk = AddUsualDisk();
     machine.faults.FailFrom({.kind = CallKind::CreateFile, .object = "ShadowCopy2"}, 1, 0xC0000022);
 
@@ -136,6 +153,8 @@ TEST_F(BackupSnapshotTest, GoesToTheRawDiskAndNotToTheLiveVolumeWhenASnapshotDoe
 
 TEST_F(BackupSnapshotTest, ReadsLiveVolumesWhenTheServiceIsMissing)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "without the snapshot service volumes are read live");
+
     machine.modules.Remove(u"vssapi.dll");
     AddUsualDisk();
 
@@ -148,6 +167,8 @@ TEST_F(BackupSnapshotTest, ReadsLiveVolumesWhenTheServiceIsMissing)
 
 TEST_F(BackupSnapshotTest, ReadsLiveVolumesWhenASnapshotCannotBeTaken)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "when snapshots cannot be taken volumes are read live");
+
     AddUsualDisk();
     snapshots.Operation("DoSnapshotSet").reported = Status(0x8004231F);
 
@@ -160,6 +181,8 @@ TEST_F(BackupSnapshotTest, ReadsLiveVolumesWhenASnapshotCannotBeTaken)
 
 TEST_F(BackupSnapshotTest, DoesNotCountSnapshotsThatSucceededWithoutAnObject)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "a service that succeeds without giving an object counts as no snapshots");
+
     AddUsualDisk();
     snapshots.creation = {.result = 1, .givesObject = false};
 
@@ -171,6 +194,8 @@ TEST_F(BackupSnapshotTest, DoesNotCountSnapshotsThatSucceededWithoutAnObject)
 
 TEST_F(BackupSnapshotTest, KeepsTheSnapshotsUntilTheManifestIsWrittenAndTheImageClosed)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "snapshots are kept until the manifest is written and the image closed");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.useSnapshots = 1}), 0);
@@ -187,6 +212,8 @@ TEST_F(BackupSnapshotTest, KeepsTheSnapshotsUntilTheManifestIsWrittenAndTheImage
 
 TEST_F(BackupSnapshotTest, TakesTheSnapshotsBeforeItMakesTheImage)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "snapshots are taken before the image is made");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.useSnapshots = 1}), 0);
@@ -197,6 +224,8 @@ TEST_F(BackupSnapshotTest, TakesTheSnapshotsBeforeItMakesTheImage)
 
 TEST_F(BackupSnapshotTest, ReleasesTheSnapshotsWhenTheImageCannotBeMade)
 {
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "the image cannot be made; the snapshots are released");
+
     AddUsualDisk();
     machine.faults.Fail({.name = "CreateVirtualDisk"}, 1, 112);
 

@@ -74,6 +74,12 @@ protected:
 
 TEST_F(BackupSweepTest, OwesEachFailingCallItsStatusAndLeavesNothingBehind)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "trouble with snapshots, volumes and clusters in use never fails it, whichever call fails");
+    SHOWS(KkBackup, KK_STATUS_NOT_FOUND, "an entry point of the virtual-disk service cannot be had");
+    SHOWS(KkBackup, KK_STATUS_NO_MEMORY, "the buffer or the lists of partitions cannot be allocated");
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "the virtual-disk service fails, or the disk does not tell its size");
+
     machine::Disk& disk = AddSmallDisk();
     const BackupOptions options = {.usedBlocksOnly = 1, .useSnapshots = 1};
 
@@ -104,6 +110,9 @@ TEST_F(BackupSweepTest, OwesEachFailingCallItsStatusAndLeavesNothingBehind)
 
 TEST_F(BackupSweepTest, LeavesNothingBehindWhenEverythingFailsFromSomePointOn)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "nothing that fails after the detachment spoils it, also when all later calls fail");
+
     AddSmallDisk();
 
     SweepFailingCalls(

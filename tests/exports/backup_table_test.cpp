@@ -19,6 +19,8 @@ protected:
 
 TEST_F(BackupTableTest, KeepsTheGuidsTypesNamesAndPlacesOfAGptDisk)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the image's GPT keeps identifiers, types, names and places");
+
     machine::Disk& disk = AddUsualDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -39,6 +41,8 @@ TEST_F(BackupTableTest, KeepsTheGuidsTypesNamesAndPlacesOfAGptDisk)
 
 TEST_F(BackupTableTest, DropsGptAttributes)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "GPT attributes are dropped");
+
     machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = kMiB, .attributes = 0x8000000000000001}}});
 
     ASSERT_EQ(Backup(), 0);
@@ -48,6 +52,8 @@ TEST_F(BackupTableTest, DropsGptAttributes)
 
 TEST_F(BackupTableTest, WritesBothCopiesOfTheTable)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "both copies of the GPT are written");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -63,6 +69,9 @@ TEST_F(BackupTableTest, WritesBothCopiesOfTheTable)
 
 TEST_F(BackupTableTest, PutsLogicalDrivesOfAnMbrDiskIntoPrimaryEntriesAndMarksNoneActive)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "logical drives become primary entries; no boot code, no signature, none active");
+
     machine::Disk& disk = AddMbrDisk();
 
     ASSERT_EQ(Backup(), 0);
@@ -86,6 +95,9 @@ TEST_F(BackupTableTest, PutsLogicalDrivesOfAnMbrDiskIntoPrimaryEntriesAndMarksNo
 
 TEST_F(BackupTableTest, HasRoomForFourPartitionsOfAnMbrDiskAndCopiesTheFifthAllTheSame)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "an MBR image lists four partitions; the data of a fifth is copied all the same");
+
     machine::Disk& disk = machine.AddDisk(64 * kMiB);
     disk.Mbr({.partitions = {{.start = kMiB, .length = kMiB}, {.start = 3 * kMiB, .length = kMiB}},
               .logicals = {{.start = 16 * kMiB, .length = kMiB},
@@ -103,6 +115,8 @@ TEST_F(BackupTableTest, HasRoomForFourPartitionsOfAnMbrDiskAndCopiesTheFifthAllT
 
 TEST_F(BackupTableTest, KeepsPartitionsThatWereNotChosenAsEmptyRegions)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "partitions that were not chosen stay in the table as regions without data");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.partitions = {1}}), 0);
@@ -116,6 +130,8 @@ TEST_F(BackupTableTest, KeepsPartitionsThatWereNotChosenAsEmptyRegions)
 
 TEST_F(BackupTableTest, LeavesPartitionsThatWereNotChosenOutWhenToldSo)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "partitions that were not chosen are left out of the table when asked for");
+
     machine::Disk& disk = AddUsualDisk();
 
     ASSERT_EQ(Backup({.partitions = {3, 1}, .omitRemove = 0x200}), 0);
@@ -127,6 +143,8 @@ TEST_F(BackupTableTest, LeavesPartitionsThatWereNotChosenOutWhenToldSo)
 
 TEST_F(BackupTableTest, DoesTheSameOnAnMbrDisk)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "on an MBR disk too, omitted partitions are removed or kept as asked for");
+
     AddMbrDisk();
 
     ASSERT_EQ(Backup({.partitions = {2}, .omitRemove = 1}), 0);
@@ -139,6 +157,8 @@ TEST_F(BackupTableTest, DoesTheSameOnAnMbrDisk)
 
 TEST_F(BackupTableTest, GoesByTheSystemsPartitionNumbers)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "partitions are chosen by the system's numbers");
+
     AddUsualDisk().SetPartitionNumber(kNtfsStart, 9);
 
     ASSERT_EQ(Backup({.partitions = {9}, .omitRemove = 1}), 0);
@@ -149,6 +169,8 @@ TEST_F(BackupTableTest, GoesByTheSystemsPartitionNumbers)
 
 TEST_F(BackupTableTest, MakesAnImageWithATableOnlyWhenNothingIsChosen)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "numbers that no partition has make an image with a table only");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.partitions = {77}}), 0);
@@ -166,6 +188,9 @@ TEST_F(BackupTableTest, MakesAnImageWithATableOnlyWhenNothingIsChosen)
 
 TEST_F(BackupTableTest, LeavesAnEntryOutOfTheTableWhenThereIsNoMemoryForIt)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "an entry for which there is no memory is left out of the table; its data is copied");
+
     machine::Disk& disk = AddUsualDisk();
     constexpr uint64_t tableEntryBytes = 128;
     const int allocation = RunForked([&] {
@@ -185,6 +210,8 @@ TEST_F(BackupTableTest, LeavesAnEntryOutOfTheTableWhenThereIsNoMemoryForIt)
 
 TEST_F(BackupTableTest, CompactPacksTheChosenPartitionsOnWholeMebibytes)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "packing puts the chosen partitions on whole MiB in their order on the disk");
+
     machine::Disk& disk = machine.AddDisk(512 * kMiB);
     const uint64_t first = 100 * kMiB + 512;
     disk.Gpt({.partitions = {{.start = 300 * kMiB, .length = 8 * kMiB}, {.start = 150 * kMiB, .length = first}}});
@@ -203,6 +230,8 @@ TEST_F(BackupTableTest, CompactPacksTheChosenPartitionsOnWholeMebibytes)
 
 TEST_F(BackupTableTest, CompactLeavesRoomForTheSecondTableOnLargeSectorsToo)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "packing leaves room for the second table with sectors of 4096 bytes too");
+
     machine.AddDisk(512 * kMiB, {.sectorSize = 4096}).Gpt({.partitions = {{.start = 100 * kMiB, .length = 8 * kMiB}}});
 
     ASSERT_EQ(Backup({.compact = 1}), 0);
@@ -213,6 +242,8 @@ TEST_F(BackupTableTest, CompactLeavesRoomForTheSecondTableOnLargeSectorsToo)
 
 TEST_F(BackupTableTest, CompactRemovesOmittedPartitionsWhateverElseIsAsked)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "packing removes omitted partitions whatever else is asked for");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.partitions = {3}, .omitRemove = 0, .compact = 0x100}), 0);
@@ -226,6 +257,8 @@ TEST_F(BackupTableTest, CompactRemovesOmittedPartitionsWhateverElseIsAsked)
 
 TEST_F(BackupTableTest, CompactPacksAnMbrDiskToo)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "packing works on an MBR disk too");
+
     AddMbrDisk();
 
     ASSERT_EQ(Backup({.compact = 1}), 0);
@@ -236,6 +269,9 @@ TEST_F(BackupTableTest, CompactPacksAnMbrDiskToo)
 
 TEST_F(BackupTableTest, CompactWithNothingChosenIsTheSmallestImage)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "packing nothing makes the smallest image");
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "the service refuses an image below 3 MiB");
+
     AddUsualDisk();
 
     ASSERT_EQ(Backup({.partitions = {77}, .compact = 1}), 0);
@@ -249,6 +285,8 @@ TEST_F(BackupTableTest, CompactWithNothingChosenIsTheSmallestImage)
 
 TEST_F(BackupTableTest, ListsElementsOfTheManifestInLayoutOrderEvenWhenPacked)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "the manifest lists partitions in the disk's table order, also when packed");
+
     machine.AddDisk(512 * kMiB)
         .Gpt({.partitions = {{.start = 300 * kMiB, .length = 8 * kMiB}, {.start = 150 * kMiB, .length = 4 * kMiB}}});
 

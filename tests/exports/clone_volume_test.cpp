@@ -99,6 +99,8 @@ protected:
 
 TEST_F(CloneVolumeTest, AVolumeThatIsNotNtfsIsCopiedWhole)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "a volume that is not NTFS is copied whole, 8 MiB at a time");
+
     ASSERT_EQ(Clone(), 0);
 
     ExpectCopied(kLength);
@@ -110,6 +112,8 @@ TEST_F(CloneVolumeTest, AVolumeThatIsNotNtfsIsCopiedWhole)
 
 TEST_F(CloneVolumeTest, OfAnNtfsVolumeTheFileSystemsSectorsAreCopied)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "an NTFS volume is copied as far as its file system reaches");
+
     AnswerNtfsData(kSource, 1000, 512);
 
     ASSERT_EQ(Clone(), 0);
@@ -121,6 +125,8 @@ TEST_F(CloneVolumeTest, OfAnNtfsVolumeTheFileSystemsSectorsAreCopied)
 
 TEST_F(CloneVolumeTest, TheFileSystemsSectorSizeCounts)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "the file system's sector size counts, 0 as 512");
+
     AnswerNtfsData(kSource, 1000, 4096);
     ASSERT_EQ(Clone(), 0);
     EXPECT_THAT(written, ElementsAre(Place{kStart, 4'096'000}));
@@ -132,6 +138,8 @@ TEST_F(CloneVolumeTest, TheFileSystemsSectorSizeCounts)
 
 TEST_F(CloneVolumeTest, AnNtfsVolumeOfNoSectorsIsCopiedWhole)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "an NTFS volume that reports no sectors is copied whole");
+
     AnswerNtfsData(kSource, 0, 512);
 
     ASSERT_EQ(Clone(), 0);
@@ -141,6 +149,9 @@ TEST_F(CloneVolumeTest, AnNtfsVolumeOfNoSectorsIsCopiedWhole)
 
 TEST_F(CloneVolumeTest, BothAreOpenedBeforeTheTargetIsLockedAndClosedBeforeItIsExtended)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS,
+          "both volumes are opened before the target is locked, and the copy is closed before it is extended");
+
     AnswerNtfsData(kSource, 1000, 512);
     AnswerNtfsData(kStart, 1000, 512);
 
@@ -155,6 +166,8 @@ TEST_F(CloneVolumeTest, BothAreOpenedBeforeTheTargetIsLockedAndClosedBeforeItIsE
 
 TEST_F(CloneVolumeTest, AnyNumberButZeroAsksForTheExtension)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "any number but 0 asks for the extension of the file system");
+
     AnswerNtfsData(kStart, 1000, 512);
     for (const uint32_t yes : {1u, 0x100u, 0x80000000u}) {
         ASSERT_EQ(Clone(yes), 0);
@@ -167,6 +180,8 @@ TEST_F(CloneVolumeTest, AnyNumberButZeroAsksForTheExtension)
 
 TEST_F(CloneVolumeTest, TheSourceIsOnlyRead)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "the source is only read: not locked, dismounted or flushed");
+
     ASSERT_EQ(Clone(1), 0);
 
     EXPECT_EQ(StepsLike("lock volume 1") + StepsLike("dismount volume 1") + StepsLike("flush volume 1"), 0u);
@@ -175,6 +190,8 @@ TEST_F(CloneVolumeTest, TheSourceIsOnlyRead)
 
 TEST_F(CloneVolumeTest, ASourceOfUnknownSizeIsNotCopied)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_UNSUCCESSFUL, "the source does not tell its size; the target is not opened");
+
     Fail({.code = 0x7405C}, 0xC0000010);
 
     EXPECT_EQ(Clone(), KK_STATUS_UNSUCCESSFUL);
@@ -185,6 +202,9 @@ TEST_F(CloneVolumeTest, ASourceOfUnknownSizeIsNotCopied)
 
 TEST_F(CloneVolumeTest, WhatDoesNotOpenEndsTheCall)
 {
+    SHOWS(KkCloneVolume, 0xC0000043, "the target does not open; its status is passed on");
+    SHOWS(KkCloneVolume, 0xC0000022, "the source does not open; its status is passed on");
+
     Fail({.kind = CallKind::CreateFile, .object = "HarddiskVolume2"}, 0xC0000043);
     EXPECT_EQ(Clone(), Status(0xC0000043));
     EXPECT_THAT(Steps(), ElementsAre("open volume 1", "NTFS data of volume 1", "size of volume 1",
@@ -197,6 +217,8 @@ TEST_F(CloneVolumeTest, WhatDoesNotOpenEndsTheCall)
 
 TEST_F(CloneVolumeTest, BothPathsAreRequired)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_INVALID_PARAMETER, "a path is null; nothing is done");
+
     BeginCall();
 
     EXPECT_EQ(api.cloneVolume(nullptr, u"\\Device\\HarddiskVolume2", 1), KK_STATUS_INVALID_PARAMETER);
@@ -207,6 +229,9 @@ TEST_F(CloneVolumeTest, BothPathsAreRequired)
 
 TEST_F(CloneVolumeTest, ATargetThatIsAByteTooSmallIsNotEvenLocked)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_BUFFER_TOO_SMALL,
+          "the target is a byte smaller than what is to be copied; it is not even locked");
+
     PretendSize("HarddiskVolume2", kLength - 1);
 
     EXPECT_EQ(Clone(1), KK_STATUS_BUFFER_TOO_SMALL);
@@ -219,6 +244,8 @@ TEST_F(CloneVolumeTest, ATargetThatIsAByteTooSmallIsNotEvenLocked)
 
 TEST_F(CloneVolumeTest, ATargetMayBeExactlyAsLarge)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "the target may be exactly as large as what is to be copied");
+
     PretendSize("HarddiskVolume2", kLength);
 
     EXPECT_EQ(Clone(), 0);
@@ -228,6 +255,8 @@ TEST_F(CloneVolumeTest, ATargetMayBeExactlyAsLarge)
 
 TEST_F(CloneVolumeTest, ATargetThatDoesNotTellItsSizeIsNotMeasured)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "a target that does not tell its size is not measured");
+
     PretendSize("HarddiskVolume2", 0);
 
     EXPECT_EQ(Clone(), 0);
@@ -237,6 +266,8 @@ TEST_F(CloneVolumeTest, ATargetThatDoesNotTellItsSizeIsNotMeasured)
 
 TEST_F(CloneVolumeTest, ALengthBeyondAllNumbersIsNotCutToASmallOne)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_BUFFER_TOO_SMALL, "lengths beyond all numbers are not cut to small ones");
+
     for (const auto& [sectors, size] : {std::pair{INT64_MAX, 4096u}, {int64_t{1} << 55, 512u}, {int64_t{-1}, 512u}}) {
         AnswerNtfsData(kSource, sectors, size);
 
@@ -247,6 +278,9 @@ TEST_F(CloneVolumeTest, ALengthBeyondAllNumbersIsNotCutToASmallOne)
 
 TEST_F(CloneVolumeTest, WithoutATargetsSizeALengthBeyondTheSourceEndsWithTheSource)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS,
+          "without the target's size a length beyond the source ends with the source");
+
     AnswerNtfsData(kSource, INT64_MAX, 4096);
     PretendSize("HarddiskVolume2", 0);
 
@@ -257,6 +291,8 @@ TEST_F(CloneVolumeTest, WithoutATargetsSizeALengthBeyondTheSourceEndsWithTheSour
 
 TEST_F(CloneVolumeTest, AChunkOfZerosIsReadAndNotWritten)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "8 MiB of zeros are read and not written");
+
     Target().WriteBytes(kSource, std::vector<uint8_t>(kTransfer));
 
     ASSERT_EQ(Clone(), 0);
@@ -268,6 +304,8 @@ TEST_F(CloneVolumeTest, AChunkOfZerosIsReadAndNotWritten)
 
 TEST_F(CloneVolumeTest, AChunkWithOneOtherByteIsWrittenWhole)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "8 MiB with one other byte are written whole");
+
     for (const uint64_t position : {uint64_t{0}, kTransfer - 1}) {
         Target().WriteBytes(kSource, std::vector<uint8_t>(kLength));
         Target().WriteBytes(kSource + position, std::vector<uint8_t>{0x80});
@@ -280,6 +318,8 @@ TEST_F(CloneVolumeTest, AChunkWithOneOtherByteIsWrittenWhole)
 
 TEST_F(CloneVolumeTest, OneBufferIsTakenAndGivenBack)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "one buffer is taken and freed");
+
     ASSERT_EQ(Clone(1), 0);
 
     EXPECT_EQ(std::ranges::count(machine.heap.Sizes(), kTransfer), 1);
@@ -288,6 +328,9 @@ TEST_F(CloneVolumeTest, OneBufferIsTakenAndGivenBack)
 
 TEST_F(CloneVolumeTest, WithoutMemoryForTheBufferTheTargetIsClosedAsItIs)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_NO_MEMORY,
+          "no memory for the buffer; the target was dismounted and nothing written");
+
     machine.heap.SetLimit(4 * kMiB);
 
     EXPECT_EQ(Clone(1), KK_STATUS_NO_MEMORY);
@@ -300,6 +343,8 @@ TEST_F(CloneVolumeTest, WithoutMemoryForTheBufferTheTargetIsClosedAsItIs)
 
 TEST_F(CloneVolumeTest, ALockOrDismountThatIsRefusedStopsNothing)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "a refused lock or dismount stops nothing");
+
     Fail({.code = 0x90018}, 0xC0000022);
     Fail({.code = 0x90020}, 0xC0000022);
 
@@ -311,6 +356,8 @@ TEST_F(CloneVolumeTest, ALockOrDismountThatIsRefusedStopsNothing)
 
 TEST_F(CloneVolumeTest, AFlushOrUnlockThatFailsIsNoFailure)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "a flush or unlock that fails does not matter");
+
     Fail({.kind = CallKind::Flush}, 0xC0000185);
     Fail({.code = 0x9001C}, 0xC0000185);
 
@@ -321,6 +368,8 @@ TEST_F(CloneVolumeTest, AFlushOrUnlockThatFailsIsNoFailure)
 
 TEST_F(CloneVolumeTest, AWriteThatFailsEndsTheCallWithoutAnUnlock)
 {
+    SHOWS(KkCloneVolume, 0xC0000185, "a failing write is passed on; the target is partly written and not extended");
+
     machine.faults.Fail({.kind = CallKind::WriteFile}, 2, 0xC0000185);
 
     EXPECT_EQ(Clone(1), Status(0xC0000185));
@@ -332,6 +381,9 @@ TEST_F(CloneVolumeTest, AWriteThatFailsEndsTheCallWithoutAnUnlock)
 
 TEST_F(CloneVolumeTest, WhatPrecedesAnUnreadablePieceIsCopiedAndThatIsSuccess)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS,
+          "what precedes an unreadable place is copied; the file system is extended all the same");
+
     BreakSource(2 * 512);
     AnswerNtfsData(kStart, 1000, 512);
 
@@ -346,6 +398,8 @@ TEST_F(CloneVolumeTest, WhatPrecedesAnUnreadablePieceIsCopiedAndThatIsSuccess)
 
 TEST_F(CloneVolumeTest, AnUnreadablePieceInALaterChunkEndsTheCopyThere)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "an unreadable place further on ends the copy there");
+
     BreakSource(kTransfer + 512 * 100 + 5, 1);
 
     EXPECT_EQ(CloneScripted(), 0);
@@ -356,6 +410,8 @@ TEST_F(CloneVolumeTest, AnUnreadablePieceInALaterChunkEndsTheCopyThere)
 
 TEST_F(CloneVolumeTest, AnUnreadableBeginningLeavesNothingToCopy)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "a source whose beginning is unreadable leaves nothing to copy");
+
     BreakSource(0);
 
     EXPECT_EQ(CloneScripted(), 0);
@@ -367,6 +423,8 @@ TEST_F(CloneVolumeTest, AnUnreadableBeginningLeavesNothingToCopy)
 
 TEST_F(CloneVolumeTest, ZerosBeforeAnUnreadablePieceAreNotWritten)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "zeros before an unreadable place are not written");
+
     Target().WriteBytes(kSource, std::vector<uint8_t>(4096));
     BreakSource(4096);
 
@@ -377,6 +435,8 @@ TEST_F(CloneVolumeTest, ZerosBeforeAnUnreadablePieceAreNotWritten)
 
 TEST_F(CloneVolumeTest, PiecesThatAreReadAfterAllAreWrittenAsOneAndTheCopyGoesOn)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "when reading again in small pieces works, the copy goes on");
+
     machine.faults.Fail({.kind = CallKind::ReadFile}, 2, 0xC0000185);
     AnswerNtfsData(kSource, (kTransfer + 2048) / 512, 512);
 
@@ -398,6 +458,9 @@ TEST_F(CloneVolumeTest, PiecesThatAreReadAfterAllAreWrittenAsOneAndTheCopyGoesOn
 
 TEST_F(CloneVolumeTest, PiecesHave512BytesWhateverTheSectorSize)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS,
+          "with sectors of 4096 bytes up to 8 MiB before an unreadable place are left out");
+
     AddTarget(kLargeGpt, {{kSource, kLength}, {kStart, kTargetLength}}, kSize);
     Target().WriteBytes(kSource, Pattern(kLength, 1));
     machine.faults.Fail({.kind = CallKind::ReadFile}, 1, 0xC0000185);
@@ -411,6 +474,8 @@ TEST_F(CloneVolumeTest, PiecesHave512BytesWhateverTheSectorSize)
 
 TEST_F(CloneVolumeTest, ATailBelow512BytesIsNotReadAgain)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "a tail below 512 bytes is not read again");
+
     AddScriptedSource(kTransfer + 511);
     badStart = kTransfer;
     badEnd = kTransfer + 1;
@@ -423,6 +488,8 @@ TEST_F(CloneVolumeTest, ATailBelow512BytesIsNotReadAgain)
 
 TEST_F(CloneVolumeTest, PiecesEndWhereTheNextWouldPassTheChunk)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "pieces of 512 bytes that would pass the chunk's end are not read");
+
     AddScriptedSource(1300);
     machine.faults.Fail({.kind = CallKind::ReadFile}, 1, 0xC0000185);
 
@@ -434,6 +501,8 @@ TEST_F(CloneVolumeTest, PiecesEndWhereTheNextWouldPassTheChunk)
 
 TEST_F(CloneVolumeTest, AChunkOf512BytesIsReadAgain)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "a chunk of 512 bytes is read again");
+
     AddScriptedSource(512);
     machine.faults.Fail({.kind = CallKind::ReadFile}, 1, 0xC0000185);
 
@@ -444,6 +513,9 @@ TEST_F(CloneVolumeTest, AChunkOf512BytesIsReadAgain)
 
 TEST_F(CloneVolumeTest, ALengthThatIsNoWholeSectorIsCopiedToTheByteWhereTheTargetTakesIt)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS,
+          "a length that is no whole sector is copied to the byte where the target takes that");
+
     AddScriptedSource(kTransfer + 1000);
     Shell("head -c 9000000 /dev/zero | tr '\\0' '\\356' > '" + (folder / "target").string() + "'");
 
@@ -457,6 +529,8 @@ TEST_F(CloneVolumeTest, ALengthThatIsNoWholeSectorIsCopiedToTheByteWhereTheTarge
 
 TEST_F(CloneVolumeTest, ASystemThatKeepsTheFileSystemsEndReadsNoFurther)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "NTFS is copied where the system ends reads with the file system");
+
     machine.Strict();
     Target().Format(kSource, kLength, machine::FileSystem::Ntfs);
 

@@ -12,6 +12,9 @@ class CreatePartitionEntryTest : public PartitionEditTest {};
 
 TEST_F(CreatePartitionEntryTest, AGptEntryIsABasicDataPartitionOfTheUsualName)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "a GPT entry is of the type basic data with the usual name and no attributes");
+
     AddDisk(kSmallGpt, {}, kGiB);
 
     ASSERT_EQ(Create(kStart, kLength), 0);
@@ -26,6 +29,9 @@ TEST_F(CreatePartitionEntryTest, AGptEntryIsABasicDataPartitionOfTheUsualName)
 
 TEST_F(CreatePartitionEntryTest, ItsIdentifierIsARandomOneThatDependsOnTheTimeAlone)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "the identifier is a random GUID of version 4 that depends on the time alone");
+
     const auto identifier = [this](int64_t time) {
         AddDisk(kSmallGpt, {});
         machine.clock.SetTime(time);
@@ -43,6 +49,9 @@ TEST_F(CreatePartitionEntryTest, ItsIdentifierIsARandomOneThatDependsOnTheTimeAl
 
 TEST_F(CreatePartitionEntryTest, AnMbrRecordIsAnInactivePartitionBeyondTheReachOfCylinders)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "an MBR entry is inactive, of type 0x07, and beyond the reach of cylinders");
+
     for (const DiskKind& kind : {kSmallMbr, kLargeMbr}) {
         AddDisk(kind, {}, kGiB);
 
@@ -60,6 +69,8 @@ TEST_F(CreatePartitionEntryTest, AnMbrRecordIsAnInactivePartitionBeyondTheReachO
 
 TEST_F(CreatePartitionEntryTest, TheFirstUnusedSlotIsFilled)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "the first unused entry of the table is filled");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, kMiB}, {4 * kMiB, kMiB}, {8 * kMiB, kMiB}});
         ASSERT_EQ(Delete(4 * kMiB), 0);
@@ -73,6 +84,9 @@ TEST_F(CreatePartitionEntryTest, TheFirstUnusedSlotIsFilled)
 
 TEST_F(CreatePartitionEntryTest, OnlyThatEntryAndTheChecksumsChange)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "nothing on the disk changes but that entry and the checksums, in both copies of a GPT");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, kMiB}, {4 * kMiB, kMiB}});
         const DiskBytes before(TheDisk());
@@ -86,6 +100,8 @@ TEST_F(CreatePartitionEntryTest, OnlyThatEntryAndTheChecksumsChange)
 
 TEST_F(CreatePartitionEntryTest, AVolumeArrivesWithThePartition)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "a volume without a letter arrives with the partition");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {});
 
@@ -99,6 +115,8 @@ TEST_F(CreatePartitionEntryTest, AVolumeArrivesWithThePartition)
 
 TEST_F(CreatePartitionEntryTest, DataThatLiesThereStays)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "data that lies there stays");
+
     AddDisk(kSmallGpt, {});
     TheDisk().WriteBytes(4 * kMiB, std::vector<uint8_t>(kMiB, 0x5A));
 

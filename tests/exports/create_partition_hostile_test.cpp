@@ -25,6 +25,8 @@ protected:
 
 TEST_F(CreatePartitionHostileTest, RegionsAtTheEndOfAllNumbers)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_BUFFER_TOO_SMALL, "regions at the end of all numbers have no room");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {});
         for (const uint64_t start : {UINT64_MAX, UINT64_MAX - kMiB + 1, UINT64_MAX - kMiB, kHighBit, kHighBit - 1}) {
@@ -39,6 +41,8 @@ TEST_F(CreatePartitionHostileTest, RegionsAtTheEndOfAllNumbers)
 
 TEST_F(CreatePartitionHostileTest, SizesAtTheEndOfAllNumbers)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_BUFFER_TOO_SMALL, "sizes at the end of all numbers do not wrap");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {});
         for (const uint64_t size : {UINT64_MAX, UINT64_MAX - 511, UINT64_MAX - 4095, kHighBit, kDiskSize}) {
@@ -49,6 +53,8 @@ TEST_F(CreatePartitionHostileTest, SizesAtTheEndOfAllNumbers)
 
 TEST_F(CreatePartitionHostileTest, ARoundedSizeDoesNotWrapWithOddSectors)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_BUFFER_TOO_SMALL, "a rounded size does not wrap with sectors of 520 bytes");
+
     AddDisk(kSmallMbr, {});
     PretendGeometry(kDiskSize, 520);
 
@@ -58,6 +64,8 @@ TEST_F(CreatePartitionHostileTest, ARoundedSizeDoesNotWrapWithOddSectors)
 
 TEST_F(CreatePartitionHostileTest, PartitionsWhoseEndsWrapAreInTheWayAllTheSame)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_INVALID_PARAMETER, "partitions whose ends wrap are in the way all the same");
+
     for (const Place& other : {Place{4 * kMiB, UINT64_MAX}, Place{0, UINT64_MAX}, Place{kMiB, UINT64_MAX - kMiB},
                                Place{4 * kMiB, kHighBit}, Place{2 * kMiB, UINT64_MAX - 2 * kMiB + 1}}) {
         AddDisk(kSmallMbr, {});
@@ -68,6 +76,8 @@ TEST_F(CreatePartitionHostileTest, PartitionsWhoseEndsWrapAreInTheWayAllTheSame)
 
 TEST_F(CreatePartitionHostileTest, PartitionsElsewhereAreNotInTheWay)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "partitions with nonsensical places elsewhere are not in the way");
+
     for (const Place& other : {Place{kHighBit, kHighBit}, Place{UINT64_MAX, UINT64_MAX}, Place{UINT64_MAX, 0},
                                Place{4 * kMiB, 0}, Place{12 * kMiB, UINT64_MAX}, Place{kMiB, 3 * kMiB}}) {
         AddDisk(kSmallMbr, {});
@@ -78,6 +88,9 @@ TEST_F(CreatePartitionHostileTest, PartitionsElsewhereAreNotInTheWay)
 
 TEST_F(CreatePartitionHostileTest, APartitionOfNoLengthInsideTheRangeIsInTheWay)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_INVALID_PARAMETER,
+          "a partition of no length inside the wanted range is in the way");
+
     AddDisk(kSmallMbr, {});
     PretendPartition(5 * kMiB, 0);
 
@@ -86,6 +99,8 @@ TEST_F(CreatePartitionHostileTest, APartitionOfNoLengthInsideTheRangeIsInTheWay)
 
 TEST_F(CreatePartitionHostileTest, ADiskThatDoesNotTellItsSize)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_BUFFER_TOO_SMALL, "a disk that does not tell its size has no room");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {}).behaviour.geometryFails = true;
         ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, {0, kDiskSize});
@@ -95,6 +110,9 @@ TEST_F(CreatePartitionHostileTest, ADiskThatDoesNotTellItsSize)
 
 TEST_F(CreatePartitionHostileTest, AGptDiskNoLongerThanItsReserveHasNoRoom)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_BUFFER_TOO_SMALL, "a GPT disk no longer than its reserve has no room");
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "a GPT disk of one sector more has room for one");
+
     AddDisk(kSmallGpt, {});
     for (const uint64_t size : {uint64_t{1}, uint64_t{34 * 512 - 1}, uint64_t{34 * 512}, kMiB + 34 * 512}) {
         PretendGeometry(size, 512);
@@ -106,6 +124,8 @@ TEST_F(CreatePartitionHostileTest, AGptDiskNoLongerThanItsReserveHasNoRoom)
 
 TEST_F(CreatePartitionHostileTest, AnMbrDiskOfNegativeSizeIsAVeryLargeOne)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "a negative disk size is a very large one");
+
     AddDisk(kSmallMbr, {});
     PretendGeometry(UINT64_MAX, 512);
 
@@ -116,6 +136,8 @@ TEST_F(CreatePartitionHostileTest, AnMbrDiskOfNegativeSizeIsAVeryLargeOne)
 
 TEST_F(CreatePartitionHostileTest, ASectorSizeOfZeroMeans512)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "a reported sector size of 0 means 512");
+
     for (const DiskKind& kind : {kSmallGpt, kSmallMbr}) {
         AddDisk(kind, {}).behaviour.reportsZeroBytesPerSector = true;
 
@@ -127,6 +149,8 @@ TEST_F(CreatePartitionHostileTest, ASectorSizeOfZeroMeans512)
 
 TEST_F(CreatePartitionHostileTest, SectorsTooSmallForATable)
 {
+    SHOWS(KkCreatePartition, "with sectors too small for a table nothing is written");
+
     for (const DiskKind& kind : {kSmallGpt, kSmallMbr}) {
         for (const uint32_t sectorSize : {1u, 7u, 91u, 256u}) {
             AddDisk(kind, {});
@@ -141,6 +165,9 @@ TEST_F(CreatePartitionHostileTest, SectorsTooSmallForATable)
 
 TEST_F(CreatePartitionHostileTest, SectorsSoLargeThatNothingIsLeft)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_BUFFER_TOO_SMALL, "sectors so large that nothing is left on the disk");
+    SHOWS(KkCreatePartition, KK_STATUS_NO_MEMORY, "no memory for a sector of nearly 4 GiB");
+
     AddDisk(kSmallGpt, {});
     PretendGeometry(kDiskSize, UINT32_MAX);
     ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, {0, kDiskSize});
@@ -153,6 +180,10 @@ TEST_F(CreatePartitionHostileTest, SectorsSoLargeThatNothingIsLeft)
 
 TEST_F(CreatePartitionHostileTest, AnAnswerThatCountsMorePartitionsThanItHolds)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_INVALID_PARAMETER,
+          "a layout that counts more partitions than it holds: those that it holds are in the way");
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "the ones that it only counts are not");
+
     AddDisk(kSmallMbr, {});
     LayoutAnswer layout(kk::WirePartitionStyle::Mbr);
     layout.Add(1, kMiB, kMiB).mbr.partitionType = 7;

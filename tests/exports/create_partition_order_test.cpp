@@ -8,6 +8,9 @@ class CreatePartitionOrderTest : public PartitionEditTest {};
 
 TEST_F(CreatePartitionOrderTest, AGptIsEditedCopyByCopyAndThenLookedAtAgain)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "a GPT is edited copy by copy, flushed, and the system told to look again");
+
     AddDisk(kSmallGpt, {});
 
     ASSERT_EQ(Create(0, kDiskSize), 0);
@@ -24,6 +27,8 @@ TEST_F(CreatePartitionOrderTest, AGptIsEditedCopyByCopyAndThenLookedAtAgain)
 
 TEST_F(CreatePartitionOrderTest, AnMbrIsOneSector)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "an MBR is one sector, read and written whole");
+
     AddDisk(kLargeMbr, {});
 
     ASSERT_EQ(Create(0, kDiskSize), 0);
@@ -36,6 +41,11 @@ TEST_F(CreatePartitionOrderTest, AnMbrIsOneSector)
 
 TEST_F(CreatePartitionOrderTest, TheDriveIsOpenedForWritingBeforeTheSizesAreJudged)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_INVALID_PARAMETER,
+          "a region in use is refused after the drive was opened for writing");
+    SHOWS(KkCreatePartition, KK_STATUS_BUFFER_TOO_SMALL,
+          "a region without room is refused after the drive was opened for writing");
+
     AddDisk(kSmallGpt, {{8 * kMiB, 8 * kMiB}});
     for (const Place& region : {Place{0, 65536}, Place{8 * kMiB, 8 * kMiB}}) {
         ASSERT_NE(Create(region.start, region.length), 0);
@@ -47,6 +57,9 @@ TEST_F(CreatePartitionOrderTest, TheDriveIsOpenedForWritingBeforeTheSizesAreJudg
 
 TEST_F(CreatePartitionOrderTest, AFailedEditIsNotFollowedByAnotherLook)
 {
+    SHOWS(KkCreatePartition, 0xC0000185,
+          "a failing write is passed on; neither flushed nor looked at again, and no start is told");
+
     AddDisk(kSmallMbr, {});
     machine.faults.Fail({.kind = machine::CallKind::WriteFile}, 1, 0xC0000185);
 
@@ -60,6 +73,8 @@ TEST_F(CreatePartitionOrderTest, AFailedEditIsNotFollowedByAnotherLook)
 
 TEST_F(CreatePartitionOrderTest, WhetherTheDriverLooksAgainIsNotAsked)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "whether the system looked at the table again does not matter");
+
     AddDisk(kSmallGpt, {});
     Refuse(0x70140, 0xC00000BB);
 
@@ -72,6 +87,8 @@ TEST_F(CreatePartitionOrderTest, WhetherTheDriverLooksAgainIsNotAsked)
 
 TEST_F(CreatePartitionOrderTest, NoVolumeIsTouched)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "no volume is touched");
+
     AddDisk(kSmallGpt, {{8 * kMiB, 8 * kMiB}});
 
     ASSERT_EQ(Create(20 * kMiB, 8 * kMiB), 0);

@@ -21,6 +21,9 @@ protected:
 
 TEST_F(DeletePartitionHostileTest, AStartThatAnMbrWouldCutDoesNotMatchWhatItWouldBeCutTo)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER,
+          "a start above 2 TiB does not match the entry that its low 32 bits would name");
+
     AddDisk(kSmallMbr, {{kMiB, kMiB}});
     const uint64_t start = (uint64_t{1} << 41) + kMiB;
     PretendPartition(start);
@@ -30,6 +33,8 @@ TEST_F(DeletePartitionHostileTest, AStartThatAnMbrWouldCutDoesNotMatchWhatItWoul
 
 TEST_F(DeletePartitionHostileTest, AStartInsideASectorMeansThatSector)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "a start inside a sector means that sector");
+
     AddDisk(kSmallMbr, {{kMiB, kMiB}});
     PretendPartition(kMiB + 511);
 
@@ -40,6 +45,8 @@ TEST_F(DeletePartitionHostileTest, AStartInsideASectorMeansThatSector)
 
 TEST_F(DeletePartitionHostileTest, StartsThatNoTableHolds)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER, "starts that no table can hold");
+
     for (const DiskKind& kind : {kSmallGpt, kSmallMbr}) {
         AddDisk(kind, {{kMiB, kMiB}});
         for (const uint64_t start : {uint64_t{0}, uint64_t{1} << 63, (uint64_t{1} << 63) - 1, UINT64_MAX}) {
@@ -52,6 +59,10 @@ TEST_F(DeletePartitionHostileTest, StartsThatNoTableHolds)
 
 TEST_F(DeletePartitionHostileTest, AStyleThatTheTableDoesNotHave)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_REGISTRY_CORRUPT, "the system tells of a GPT on an MBR disk");
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER,
+          "the system tells of an MBR on a GPT disk, whose protective MBR does not list the partition");
+
     AddDisk(kSmallMbr, {{kMiB, kMiB}});
     PretendPartition(kMiB, kk::WirePartitionStyle::Gpt);
     ExpectRefused(KK_STATUS_REGISTRY_CORRUPT, kMiB);
@@ -63,6 +74,8 @@ TEST_F(DeletePartitionHostileTest, AStyleThatTheTableDoesNotHave)
 
 TEST_F(DeletePartitionHostileTest, ASectorSizeOfZeroMeans512)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "a reported sector size of 0 means 512");
+
     for (const DiskKind& kind : {kSmallGpt, kSmallMbr}) {
         AddDisk(kind, {{kMiB, kMiB}}).behaviour.reportsZeroBytesPerSector = true;
 
@@ -74,6 +87,8 @@ TEST_F(DeletePartitionHostileTest, ASectorSizeOfZeroMeans512)
 
 TEST_F(DeletePartitionHostileTest, AWrongSectorSizeNeverReachesTheTable)
 {
+    SHOWS(KkDeletePartition, "with a wrong sector size it fails and nothing is written");
+
     for (const DiskKind& kind : {kSmallGpt, kSmallMbr}) {
         for (const uint32_t sectorSize : {1u, 7u, 91u, 511u, 1024u, 4096u}) {
             AddDisk(kind, {{kMiB, kMiB}});
@@ -88,6 +103,8 @@ TEST_F(DeletePartitionHostileTest, AWrongSectorSizeNeverReachesTheTable)
 
 TEST_F(DeletePartitionHostileTest, ASectorForWhichThereIsNoMemory)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_NO_MEMORY, "no memory for a sector of nearly 4 GiB");
+
     machine.heap.SetLimit(kMiB);
     for (const DiskKind& kind : {kSmallGpt, kSmallMbr}) {
         AddDisk(kind, {{kMiB, kMiB}});

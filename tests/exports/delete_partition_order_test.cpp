@@ -24,6 +24,9 @@ protected:
 
 TEST_F(DeletePartitionOrderTest, TheVolumeIsLockedAndDismountedBeforeTheDriveIsOpened)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "the volume is locked and dismounted before the drive is opened for writing");
+
     ASSERT_EQ(Delete(kMiB), 0);
 
     const std::vector<std::string> dismount = {"open volume 1 for writing", "lock volume 1", "dismount volume 1",
@@ -33,6 +36,8 @@ TEST_F(DeletePartitionOrderTest, TheVolumeIsLockedAndDismountedBeforeTheDriveIsO
 
 TEST_F(DeletePartitionOrderTest, ARefusedLockDoesNotKeepItFromTheDismount)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "a refused lock does not keep it from the dismount");
+
     Refuse(0x90018, 0xC0000022);
 
     EXPECT_EQ(Delete(kMiB), 0);
@@ -44,6 +49,8 @@ TEST_F(DeletePartitionOrderTest, ARefusedLockDoesNotKeepItFromTheDismount)
 
 TEST_F(DeletePartitionOrderTest, AVolumeInUseBySystemDoesNotSaveItsPartition)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "a volume that the system uses does not save its partition");
+
     machine.FindVolume(0, kMiB)->SetInUseBySystem();
 
     EXPECT_EQ(Delete(kMiB), 0);
@@ -54,6 +61,8 @@ TEST_F(DeletePartitionOrderTest, AVolumeInUseBySystemDoesNotSaveItsPartition)
 
 TEST_F(DeletePartitionOrderTest, AVolumeThatDoesNotOpenForWritingDoesNotSaveItEither)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "a volume that does not open for writing does not save its partition");
+
     machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "HarddiskVolume1"}, 2, 0xC0000022);
 
     EXPECT_EQ(Delete(kMiB), 0);
@@ -63,6 +72,8 @@ TEST_F(DeletePartitionOrderTest, AVolumeThatDoesNotOpenForWritingDoesNotSaveItEi
 
 TEST_F(DeletePartitionOrderTest, TheVolumeStaysDismountedWhenTheDriveDoesNotOpen)
 {
+    SHOWS(KkDeletePartition, 0xC0000022, "the drive does not open for writing; the volume was dismounted all the same");
+
     const std::shared_ptr<machine::Volume> volume = machine.volumes.Find(0, kMiB);
     machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "PhysicalDrive0"}, 2, 0xC0000022);
 
@@ -75,6 +86,8 @@ TEST_F(DeletePartitionOrderTest, TheVolumeStaysDismountedWhenTheDriveDoesNotOpen
 
 TEST_F(DeletePartitionOrderTest, TheVolumeStaysDismountedWhenTheEditFails)
 {
+    SHOWS(KkDeletePartition, 0xC0000185, "a failing write is passed on; the volume was dismounted all the same");
+
     const std::shared_ptr<machine::Volume> volume = machine.volumes.Find(0, kMiB);
     machine.faults.Fail({.kind = machine::CallKind::WriteFile}, 1, 0xC0000185);
 
@@ -87,6 +100,8 @@ TEST_F(DeletePartitionOrderTest, TheVolumeStaysDismountedWhenTheEditFails)
 
 TEST_F(DeletePartitionOrderTest, WhetherTheDriverLooksAgainIsNotAsked)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "whether the system looked at the table again does not matter");
+
     Refuse(0x70140, 0xC00000BB);
 
     EXPECT_EQ(Delete(kMiB), 0);
@@ -96,6 +111,9 @@ TEST_F(DeletePartitionOrderTest, WhetherTheDriverLooksAgainIsNotAsked)
 
 TEST_F(DeletePartitionOrderTest, AGptIsEditedCopyByCopy)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "a GPT is edited copy by copy, flushed, and the system told to look again");
+
     AddDisk(kLargeGpt, {{kMiB, 4 * kMiB}});
     machine.HideVolume(*machine.FindVolume(0, kMiB));
 

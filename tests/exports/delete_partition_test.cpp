@@ -15,6 +15,9 @@ protected:
 
 TEST_F(DeletePartitionTest, TheEntryBecomesZeroAndNothingElseButTheChecksumsChanges)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "the entry becomes zero; nothing else changes but the checksums, and the data stays");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, kMiB}, {4 * kMiB, 4 * kMiB}, {8 * kMiB, kMiB}});
         TheDisk().WriteBytes(4 * kMiB, std::vector<uint8_t>(4 * kMiB, 0x5A));
@@ -33,6 +36,8 @@ TEST_F(DeletePartitionTest, TheEntryBecomesZeroAndNothingElseButTheChecksumsChan
 
 TEST_F(DeletePartitionTest, ItsVolumeGoes)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "the volume and its letter go; others stay");
+
     AddDisk(kSmallGpt, {{kMiB, kMiB}, {4 * kMiB, 4 * kMiB}});
     const std::shared_ptr<machine::Volume> volume = machine.volumes.Find(0, 4 * kMiB);
     machine.AssignLetter(*volume, u'S');
@@ -46,6 +51,8 @@ TEST_F(DeletePartitionTest, ItsVolumeGoes)
 
 TEST_F(DeletePartitionTest, APartitionWithoutAVolumeGoesToo)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "a partition without a volume goes too");
+
     uint64_t start = 0;
     for (const DiskKind& kind : kDiskKinds) {
         start += kMiB;  // a place that had no volume once never has one
@@ -60,6 +67,8 @@ TEST_F(DeletePartitionTest, APartitionWithoutAVolumeGoesToo)
 
 TEST_F(DeletePartitionTest, AStartThatIsOffByOneIsNobodys)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER, "no partition starts exactly there");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{4 * kMiB, 4 * kMiB}});
         ExpectRefused(KK_STATUS_INVALID_PARAMETER, 4 * kMiB - 1);
@@ -72,6 +81,8 @@ TEST_F(DeletePartitionTest, AStartThatIsOffByOneIsNobodys)
 
 TEST_F(DeletePartitionTest, AnEmptyTableHasNothingToDelete)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER, "an empty table has no partition");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {});
         ExpectRefused(KK_STATUS_INVALID_PARAMETER, 0);
@@ -81,6 +92,8 @@ TEST_F(DeletePartitionTest, AnEmptyTableHasNothingToDelete)
 
 TEST_F(DeletePartitionTest, ADiskWithoutATableIsNotSupported)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_NOT_SUPPORTED, "the disk has neither an MBR nor a GPT");
+
     AddBareDisk();
 
     ExpectRefused(KK_STATUS_NOT_SUPPORTED, 0);
@@ -88,6 +101,9 @@ TEST_F(DeletePartitionTest, ADiskWithoutATableIsNotSupported)
 
 TEST_F(DeletePartitionTest, ADiskThatCannotBeLookedAtGivesItsOwnStatus)
 {
+    SHOWS(KkDeletePartition, 0xC0000034, "the status of a disk that does not open is passed on");
+    SHOWS(KkDeletePartition, 0xC000009C, "the status of a layout that cannot be read is passed on");
+
     EXPECT_EQ(Delete(kMiB), Status(0xC0000034));
 
     AddDisk(kSmallGpt, {{kMiB, kMiB}});
@@ -97,6 +113,8 @@ TEST_F(DeletePartitionTest, ADiskThatCannotBeLookedAtGivesItsOwnStatus)
 
 TEST_F(DeletePartitionTest, AnExtendedPartitionIsNotOneThatCanBeNamed)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER, "the extended container cannot be named");
+
     AddBareDisk().Mbr({.logicals = {{8 * kMiB, 4 * kMiB}}});
 
     ExpectRefused(KK_STATUS_INVALID_PARAMETER, 7 * kMiB);
@@ -104,6 +122,9 @@ TEST_F(DeletePartitionTest, AnExtendedPartitionIsNotOneThatCanBeNamed)
 
 TEST_F(DeletePartitionTest, ALogicalDriveLosesItsMountAndStays)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER,
+          "a logical drive is dismounted and stays; nothing on the disk changes");
+
     machine::Disk& disk = AddBareDisk().Mbr({.logicals = {{8 * kMiB, 4 * kMiB}, {16 * kMiB, kMiB}}});
     const DiskBytes before(disk);
 
@@ -117,6 +138,9 @@ TEST_F(DeletePartitionTest, ALogicalDriveLosesItsMountAndStays)
 
 TEST_F(DeletePartitionTest, ThePartitionThatTheCopiesHoldInDifferentSlotsGoesFromBoth)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "a partition that the copies of a GPT hold in different entries goes from both");
+
     AddDisk(kSmallGpt, {{kMiB, kMiB}, {4 * kMiB, 4 * kMiB}});
     const TableSectors sectors(kSmallGpt, kDiskSize);
     const std::vector<uint8_t> first = TheDisk().ReadBytes(sectors.backupArray.start, 128);

@@ -12,6 +12,9 @@ class DescribedVolumeTest : public ListPartitionsTest {};
 
 TEST_F(DescribedVolumeTest, LeavesEveryByteWithoutContentAsTheCallerHadIt)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "of text fields without content only the first unit is written, and the size is 0");
+
     AddGptDisk();
     machine.HideVolume(*machine.FindVolume(0, kMiB));
 
@@ -32,6 +35,8 @@ TEST_F(DescribedVolumeTest, LeavesEveryByteWithoutContentAsTheCallerHadIt)
 
 TEST_F(DescribedVolumeTest, WritesTheDeviceNameWithoutATerminator)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "the device name is written without a terminator");
+
     AddGptDisk();
     const std::u16string name = machine.FindVolume(0, kMiB)->DeviceName();
 
@@ -44,6 +49,8 @@ TEST_F(DescribedVolumeTest, WritesTheDeviceNameWithoutATerminator)
 
 TEST_F(DescribedVolumeTest, NeverWritesTheFourthUnitOfTheDriveLetter)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "the fourth unit of the drive letter is never written");
+
     AddGptDisk();
     machine.AssignLetter(*machine.FindVolume(0, kMiB), u'Q');
 
@@ -56,6 +63,8 @@ TEST_F(DescribedVolumeTest, NeverWritesTheFourthUnitOfTheDriveLetter)
 
 TEST_F(DescribedVolumeTest, NamesOtherFileSystemsWithoutASize)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "file systems other than NTFS are named and have no size");
+
     AddGptDisk().Format(20 * kMiB, 40 * kMiB, FileSystem::Fat32);
 
     const std::vector<KkPartitionInfo> partitions = List(0);
@@ -66,6 +75,9 @@ TEST_F(DescribedVolumeTest, NamesOtherFileSystemsWithoutASize)
 
 TEST_F(DescribedVolumeTest, LeavesTheNameOfARawVolumeEmpty)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "the file system name of a raw volume is empty; only its first unit is cleared");
+
     AddGptDisk();
 
     const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
@@ -77,6 +89,8 @@ TEST_F(DescribedVolumeTest, LeavesTheNameOfARawVolumeEmpty)
 
 TEST_F(DescribedVolumeTest, KeepsANameThatOnlyBeginsLikeRawOrDiffersInCase)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "names that merely begin with RAW or differ from it in case are kept");
+
     AddGptDisk();
     machine.FindVolume(0, kMiB)->SetFileSystemName(u"RAWFS");
     machine.FindVolume(0, 20 * kMiB)->SetFileSystemName(u"Raw");
@@ -89,6 +103,8 @@ TEST_F(DescribedVolumeTest, KeepsANameThatOnlyBeginsLikeRawOrDiffersInCase)
 
 TEST_F(DescribedVolumeTest, CutsLongFileSystemNamesToElevenUnits)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "file system names are cut to 11 units");
+
     AddGptDisk();
     machine.FindVolume(0, kMiB)->SetFileSystemName(u"FifteenLetters!");
 
@@ -99,6 +115,8 @@ TEST_F(DescribedVolumeTest, CutsLongFileSystemNamesToElevenUnits)
 
 TEST_F(DescribedVolumeTest, TakesA512ByteSectorWhenNtfsReportsNone)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "NTFS that reports sectors of 0 bytes is measured in sectors of 512");
+
     AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
     machine.FindVolume(0, kMiB)->SetNtfsData([](const machine::ControlRequest&) {
         kk::NtfsVolumeData data = {};
@@ -112,6 +130,9 @@ TEST_F(DescribedVolumeTest, TakesA512ByteSectorWhenNtfsReportsNone)
 
 TEST_F(DescribedVolumeTest, DescribesAVolumeInAFixedOrder)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "letter, size, file system and path of a volume are looked up in a fixed order");
+
     machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}}});
     machine.FindVolume(0, kMiB);
 
@@ -138,6 +159,9 @@ TEST_F(DescribedVolumeTest, DescribesAVolumeInAFixedOrder)
 
 TEST_F(DescribedVolumeTest, AsksForNtfsDataWithRoomForLaterSystems)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "the request for NTFS data has room for the longer answers of later systems");
+
     machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}}});
 
     List(0);
@@ -154,6 +178,9 @@ TEST_F(DescribedVolumeTest, AsksForNtfsDataWithRoomForLaterSystems)
 
 TEST_F(DescribedVolumeTest, StillNamesTheFileSystemWhenTheSizeCannotBeAskedFor)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "a volume that does not open for its size still has its file system named");
+
     AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
     machine.faults.Fail({.kind = CallKind::CreateFile, .object = "HarddiskVolume1"}, 2, 0xC0000022);
 
@@ -165,6 +192,8 @@ TEST_F(DescribedVolumeTest, StillNamesTheFileSystemWhenTheSizeCannotBeAskedFor)
 
 TEST_F(DescribedVolumeTest, NeverReportsAWrappedFileSystemSize)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "an NTFS size that would wrap is the largest number");
+
     AddGptDisk();
     machine.FindVolume(0, kMiB)->SetNtfsData([](const machine::ControlRequest&) {
         kk::NtfsVolumeData data = {};
@@ -178,6 +207,8 @@ TEST_F(DescribedVolumeTest, NeverReportsAWrappedFileSystemSize)
 
 TEST_F(DescribedVolumeTest, TakesNoFileSystemNameFromAWarning)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "an answer that is a warning gives no file system name");
+
     AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
     machine.faults.Fail({.kind = CallKind::QueryVolumeInformation}, 1, 0x80000005);
 
@@ -186,6 +217,8 @@ TEST_F(DescribedVolumeTest, TakesNoFileSystemNameFromAWarning)
 
 TEST_F(DescribedVolumeTest, OpensTheVolumeForItsFileSystemsNameLikeAnyReader)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "a volume is opened for its file system's name as any reader would");
+
     machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 16 * kMiB}}});
 
     List(0);
@@ -203,6 +236,8 @@ TEST_F(DescribedVolumeTest, OpensTheVolumeForItsFileSystemsNameLikeAnyReader)
 
 TEST_F(DescribedVolumeTest, LeavesTheTailsOfItsTextsAsTheCallerHadThem)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "the tails of text fields keep what the caller put there");
+
     AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
 
     const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);

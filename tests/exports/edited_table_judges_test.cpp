@@ -47,36 +47,54 @@ protected:
 
 TEST_F(EditedTableJudgesTest, ACreatedPartition)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "other tools accept the table after a creation, on GPT and MBR disks");
+
     JudgeAfter([this] { return Create(48 * kMiB, 8 * kMiB); }, 1, 3);
 }
 
 TEST_F(EditedTableJudgesTest, ACreatedPartitionThatFillsAGapToTheLastSector)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "other tools accept a partition that fills a gap to its last sector");
+
     JudgeAfter([this] { return Create(9 * kMiB, 7 * kMiB, 7 * kMiB); }, 1, 3);
 }
 
 TEST_F(EditedTableJudgesTest, ADeletedPartition)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "other tools accept the table after a deletion, on GPT and MBR disks");
+
     JudgeAfter([this] { return Delete(16 * kMiB); }, 5, 1);
 }
 
 TEST_F(EditedTableJudgesTest, AnExtendedPartition)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "other tools accept the table after an extension, on GPT and MBR disks");
+
     JudgeAfter([this] { return Extend(16 * kMiB, 12 * kMiB); }, 5, 1);
 }
 
 TEST_F(EditedTableJudgesTest, APartitionExtendedAsFarAsItGoes)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "other tools accept a partition extended as far as it goes");
+
     JudgeAfter([this] { return Extend(kMiB, 0); }, 0, 0);
 }
 
 TEST_F(EditedTableJudgesTest, AShrunkPartition)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "other tools accept the table after a shrink, on GPT and MBR disks");
+
     JudgeAfter([this] { return Shrink(16 * kMiB, 3 * kMiB); }, 5, 1);
 }
 
 TEST_F(EditedTableJudgesTest, TheDiskFilledToItsUsableEnd)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "other tools accept a partition that ends where the disk's usable part does");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "other tools accept a partition extended to where the disk's usable part ends");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {});
         const uint64_t reserve = kind.table == TableKind::Gpt ? 34 * kind.sectorSize : 0;
@@ -92,6 +110,9 @@ TEST_F(EditedTableJudgesTest, TheDiskFilledToItsUsableEnd)
 
 TEST_F(EditedTableJudgesTest, ATableFilledToItsLastEntry)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "other tools accept a table whose entries are all in use");
+    SHOWS(KkCreatePartition, KK_STATUS_DISK_FULL, "one partition more than the table has entries is refused");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {}, 256 * kMiB);
         const uint64_t entries = kind.table == TableKind::Gpt ? 128 : 4;
@@ -108,6 +129,11 @@ TEST_F(EditedTableJudgesTest, ATableFilledToItsLastEntry)
 
 TEST_F(EditedTableJudgesTest, OtherToolsReadWhatWasMeant)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "other tools read start, size, type and name of a new partition as they were meant");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "other tools no longer find a deleted partition");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "other tools read an extended partition's size as it was meant");
+
     machine::Disk& disk = AddDisk(kSmallGpt, {{kMiB, 8 * kMiB}, {16 * kMiB, 8 * kMiB}});
     ASSERT_EQ(Create(32 * kMiB, 8 * kMiB, 1000), 0);
     ASSERT_EQ(Delete(kMiB), 0);

@@ -42,6 +42,8 @@ protected:
 
 TEST_F(ExtendPartitionHostileTest, SizesNearTheLargestNumberDoNotFit)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL, "sizes near the largest number do not fit");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, 8 * kMiB}});
         for (const uint64_t size : {UINT64_MAX, UINT64_MAX - 511, UINT64_MAX - 4096, kHighBit, kHighBit - 1}) {
@@ -53,6 +55,10 @@ TEST_F(ExtendPartitionHostileTest, SizesNearTheLargestNumberDoNotFit)
 
 TEST_F(ExtendPartitionHostileTest, APartitionAtOrBehindTheEndOfTheDiskHasOnlyItsOwnRoom)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER, "a partition at or behind the disk's end has nothing to add");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL,
+          "a partition at or behind the disk's end has only its own room");
+
     Pretend({{kDiskSize, 4096}, {kDiskSize + kMiB, 4096}});
 
     EXPECT_EQ(Asked(kDiskSize, 0), Refused(KK_STATUS_INVALID_PARAMETER));
@@ -63,6 +69,10 @@ TEST_F(ExtendPartitionHostileTest, APartitionAtOrBehindTheEndOfTheDiskHasOnlyIts
 
 TEST_F(ExtendPartitionHostileTest, ItsOwnRoomRoundedDownIsNotAboveItsLength)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER, "its own room, rounded down, is not above its length");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL,
+          "a size rounded up to whole sectors does not fit into a length that is none");
+
     Pretend({{kDiskSize, 4097}});
 
     EXPECT_EQ(Asked(kDiskSize, 0), Refused(KK_STATUS_INVALID_PARAMETER));
@@ -71,6 +81,10 @@ TEST_F(ExtendPartitionHostileTest, ItsOwnRoomRoundedDownIsNotAboveItsLength)
 
 TEST_F(ExtendPartitionHostileTest, StartsAndLengthsBeyondAllDisks)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER, "starts and lengths beyond all disks have nothing to add");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL, "starts and lengths beyond all disks have no room");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a partition of no length can grow");
+
     Pretend({{kHighBit, kHighBit}, {UINT64_MAX, UINT64_MAX}, {kMiB, UINT64_MAX}, {2 * kMiB, 0}});
 
     EXPECT_EQ(Asked(kHighBit, 0), Refused(KK_STATUS_INVALID_PARAMETER));
@@ -82,6 +96,10 @@ TEST_F(ExtendPartitionHostileTest, StartsAndLengthsBeyondAllDisks)
 
 TEST_F(ExtendPartitionHostileTest, ADiskWithoutASizeHasNoRoom)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER,
+          "on a disk that does not tell its size there is nothing to add");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL, "on a disk that does not tell its size there is no room");
+
     AddDisk(kSmallGpt, {{kMiB, 8 * kMiB}});
     TheDisk().behaviour.geometryFails = true;
 
@@ -92,6 +110,11 @@ TEST_F(ExtendPartitionHostileTest, ADiskWithoutASizeHasNoRoom)
 
 TEST_F(ExtendPartitionHostileTest, ADiskWithoutASizeHasNoRoomBeforeTheNextPartitionEither)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER,
+          "without the disk's size there is nothing to add before the next partition either");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL,
+          "without the disk's size there is no room before the next partition either");
+
     Pretend({{kMiB, 8 * kMiB}, {16 * kMiB, kMiB}});
     PretendGeometry(0, 512);
 
@@ -101,6 +124,10 @@ TEST_F(ExtendPartitionHostileTest, ADiskWithoutASizeHasNoRoomBeforeTheNextPartit
 
 TEST_F(ExtendPartitionHostileTest, ADiskNoLongerThanTheReserveKeepsAllOfIt)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a GPT disk no longer than its reserve keeps none of it free");
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER,
+          "a GPT disk barely longer than its reserve has nothing to add");
+
     constexpr uint64_t kReserve = 34 * 512;
     for (const auto& [diskSize, room] : {std::pair<uint64_t, uint64_t>{kReserve, kReserve - 512},
                                          {kReserve + 512, 0},
@@ -115,6 +142,8 @@ TEST_F(ExtendPartitionHostileTest, ADiskNoLongerThanTheReserveKeepsAllOfIt)
 
 TEST_F(ExtendPartitionHostileTest, ANegativeDiskSizeIsAVeryLargeOne)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a negative disk size is a very large one");
+
     Pretend({{kMiB, 8 * kMiB}});
     PretendGeometry(UINT64_MAX, 512);
 
@@ -123,6 +152,11 @@ TEST_F(ExtendPartitionHostileTest, ANegativeDiskSizeIsAVeryLargeOne)
 
 TEST_F(ExtendPartitionHostileTest, SectorSizesOfAllKinds)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "sector sizes of 0, 1, 7 and 520 bytes are rounded to as they are told");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL, "a size rounded up to sectors of nearly 4 GiB does not fit");
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER, "with sectors of nearly 4 GiB there is nothing to add");
+
     struct Case {
         uint32_t sectorSize;
         uint64_t grows;  // by so many bytes, asked for one more than 8 MiB

@@ -23,6 +23,9 @@ protected:
 
 TEST_F(ExtendPartitionTest, ANewSizeIsTheWholeSizeInSectors)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "the new size is the whole size; entry and file system grow to it and nothing else changes");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, 8 * kMiB}});
         const DiskBytes before(TheDisk());
@@ -38,6 +41,8 @@ TEST_F(ExtendPartitionTest, ANewSizeIsTheWholeSizeInSectors)
 
 TEST_F(ExtendPartitionTest, OneByteMoreIsOneSectorMore)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "one byte more is one sector more");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, 8 * kMiB}});
 
@@ -51,6 +56,8 @@ TEST_F(ExtendPartitionTest, OneByteMoreIsOneSectorMore)
 
 TEST_F(ExtendPartitionTest, TheDriverIsToldTheDifferenceAndTheNumberFromTheLayout)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "the driver is told the difference and the partition's own number");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, kMiB}, {4 * kMiB, kMiB}, {8 * kMiB, kMiB}});
         ASSERT_EQ(Delete(4 * kMiB), 0);
@@ -68,6 +75,9 @@ TEST_F(ExtendPartitionTest, TheDriverIsToldTheDifferenceAndTheNumberFromTheLayou
 
 TEST_F(ExtendPartitionTest, SizeZeroTakesAllTheRoomToTheUsableEnd)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a size of 0 takes all the room to the usable end of the disk");
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER, "for a size of 0 there is nothing left to add");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, kMiB}, {8 * kMiB, 8 * kMiB}});
 
@@ -80,6 +90,9 @@ TEST_F(ExtendPartitionTest, SizeZeroTakesAllTheRoomToTheUsableEnd)
 
 TEST_F(ExtendPartitionTest, TheNextPartitionInPlaceEndsTheRoomWhateverItsSlot)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "the room ends at the next partition on the disk, whatever its entry");
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER, "a partition without a gap behind it has nothing to add");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{40 * kMiB, kMiB}, {8 * kMiB, kMiB}, {kMiB, kMiB}, {20 * kMiB, kMiB}});
 
@@ -94,6 +107,9 @@ TEST_F(ExtendPartitionTest, TheNextPartitionInPlaceEndsTheRoomWhateverItsSlot)
 
 TEST_F(ExtendPartitionTest, TheRoomMayBeFilledToTheLastSectorAndNoFurther)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "the room may be filled to its last sector");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL, "one byte more than the room is refused");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, kMiB}, {8 * kMiB, kMiB}});
         const uint64_t last = UsableEnd(kind) - 8 * kMiB;
@@ -107,6 +123,8 @@ TEST_F(ExtendPartitionTest, TheRoomMayBeFilledToTheLastSectorAndNoFurther)
 
 TEST_F(ExtendPartitionTest, ASizeThatIsNotAboveThePresentOneIsRefused)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER, "the size is not above the present one");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, 8 * kMiB}});
         ExpectRefused(KK_STATUS_INVALID_PARAMETER, kMiB, 8 * kMiB);
@@ -117,6 +135,8 @@ TEST_F(ExtendPartitionTest, ASizeThatIsNotAboveThePresentOneIsRefused)
 
 TEST_F(ExtendPartitionTest, AStartThatIsOffByOneIsNobodys)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER, "no partition starts exactly there");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{4 * kMiB, 4 * kMiB}});
         for (const uint64_t start : {4 * kMiB - 1, 4 * kMiB + 1, uint64_t{0}, UINT64_MAX}) {
@@ -129,6 +149,10 @@ TEST_F(ExtendPartitionTest, AStartThatIsOffByOneIsNobodys)
 
 TEST_F(ExtendPartitionTest, DisksThatCannotBeUsedGiveTheirStatus)
 {
+    SHOWS(KkExtendPartition, 0xC0000034, "the status of a disk that does not open is passed on");
+    SHOWS(KkExtendPartition, KK_STATUS_NOT_SUPPORTED, "the disk has neither an MBR nor a GPT");
+    SHOWS(KkExtendPartition, 0xC000009C, "the status of a layout that cannot be read is passed on");
+
     EXPECT_EQ(Extend(kMiB, 0), Status(0xC0000034));
 
     AddBareDisk();
@@ -141,6 +165,8 @@ TEST_F(ExtendPartitionTest, DisksThatCannotBeUsedGiveTheirStatus)
 
 TEST_F(ExtendPartitionTest, ALogicalDriveGrowsThroughTheDriverToo)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a logical drive grows through the driver too");
+
     AddBareDisk().Mbr({.logicals = {{4 * kMiB, 4 * kMiB}, {16 * kMiB, 4 * kMiB}}});
 
     ASSERT_EQ(Extend(4 * kMiB, 8 * kMiB), 0);
@@ -151,6 +177,9 @@ TEST_F(ExtendPartitionTest, ALogicalDriveGrowsThroughTheDriverToo)
 
 TEST_F(ExtendPartitionTest, TheLinkBeforeTheNextLogicalDriveIsNotSeenButTheDriverMinds)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER,
+          "the link before the next logical drive is not seen, but the driver refuses; nothing changes");
+
     machine::Disk& disk = AddBareDisk();
     disk.Mbr({.logicals = {{4 * kMiB, 4 * kMiB}, {16 * kMiB, 4 * kMiB}}});
     const DiskBytes before(disk);

@@ -22,6 +22,8 @@ protected:
 
 TEST_F(FormatLetterTest, IsTheOneThatTheVolumeHas)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "the letter that the volume has is used");
+
     GiveLetter(u'A');
 
     EXPECT_EQ(LetterOfFormat(), "A:");
@@ -34,6 +36,8 @@ TEST_F(FormatLetterTest, IsTheOneThatTheVolumeHas)
 
 TEST_F(FormatLetterTest, IsTheOneThatTheVolumeHasAsTheMountManagerKeepsIt)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "the letter is used as the mount manager keeps it");
+
     AnswerMountPoints({{u"\\DosDevices\\k:", volume.DeviceName()}});
 
     EXPECT_EQ(LetterOfFormat(), "k:");
@@ -41,6 +45,8 @@ TEST_F(FormatLetterTest, IsTheOneThatTheVolumeHasAsTheMountManagerKeepsIt)
 
 TEST_F(FormatLetterTest, IsDWhenNoneIsInUse)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "a volume without a letter gets D when none is in use");
+
     EXPECT_EQ(LetterOfFormat(), "D:");
 
     EXPECT_EQ(volume.Letter(), u'D');
@@ -49,6 +55,8 @@ TEST_F(FormatLetterTest, IsDWhenNoneIsInUse)
 
 TEST_F(FormatLetterTest, IsTheFirstFreeOne)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "a volume without a letter gets the first free one from D on");
+
     machine.AssignLetter(other, u'E');
     TakeLetters(u"CDFGI");
 
@@ -59,6 +67,8 @@ TEST_F(FormatLetterTest, IsTheFirstFreeOne)
 
 TEST_F(FormatLetterTest, MayBeZ)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "Z is the last letter that may be given");
+
     TakeLetters(u"DEFGHIJKLMNOPQRSTUVWXY");
     machine.drives.Unmap(u'Z');
 
@@ -67,6 +77,9 @@ TEST_F(FormatLetterTest, MayBeZ)
 
 TEST_F(FormatLetterTest, IsNeverAToC)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "no letter from D to Z is free; A to C are never given, and nothing is started");
+
     TakeLetters(u"DEFGHIJKLMNOPQRSTUVWXY");
 
     EXPECT_EQ(Format(), KK_STATUS_NO_MEDIA_IN_DEVICE);
@@ -84,6 +97,10 @@ uint32_t KK_CALL DrivesOf()
 
 TEST_F(FormatLetterTest, GoesByTheMaskAlone)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "only the system's mask of drives decides which letter is free");
+    SHOWS(KkFormatPartition, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the system's mask says that all letters from D on are in use");
+
     machine.drives.Unmap(u'Z');
     const auto letterFor = [&](auto* drives, const std::string& letter) {
         EXPECT_EQ(RunForked([&] {
@@ -105,6 +122,9 @@ TEST_F(FormatLetterTest, GoesByTheMaskAlone)
 
 TEST_F(FormatLetterTest, IsTriedOnceWhenTheSystemRefusesIt)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the system refuses the first free letter; no other is tried");
+
     ReplaceEntry("GetLogicalDrives", &DrivesOf<0>);
     TakeLetters(u"D");
 
@@ -115,6 +135,8 @@ TEST_F(FormatLetterTest, IsTriedOnceWhenTheSystemRefusesIt)
 
 TEST_F(FormatLetterTest, CannotBeGivenToAVolumeWithoutAPath)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_NO_MEDIA_IN_DEVICE, "a volume without a path cannot be given a letter");
+
     AnswerMountPoints({});
 
     EXPECT_EQ(Format(), KK_STATUS_NO_MEDIA_IN_DEVICE);
@@ -124,6 +146,9 @@ TEST_F(FormatLetterTest, CannotBeGivenToAVolumeWithoutAPath)
 
 TEST_F(FormatLetterTest, CannotBeGivenToAVolumeThatIsNotFoundASecondTime)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the volume is not found again when the letter is to be given");
+
     machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "HarddiskVolume2"}, 2, 0xC0000022);
 
     EXPECT_EQ(Format(), KK_STATUS_NO_MEDIA_IN_DEVICE);
@@ -133,6 +158,8 @@ TEST_F(FormatLetterTest, CannotBeGivenToAVolumeThatIsNotFoundASecondTime)
 
 TEST_F(FormatLetterTest, IsReplacedWhenItCannotBeLearnt)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "a letter that cannot be learnt is replaced by the first free one");
+
     GiveLetter(u'K');
     machine.faults.Fail({.code = kQueryPoints}, 1, 0xC000000D);
 
@@ -144,6 +171,9 @@ TEST_F(FormatLetterTest, IsReplacedWhenItCannotBeLearnt)
 
 TEST_F(FormatLetterTest, IsAssignedBeforeAnythingElseIsDone)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "the letter is given before the system folder is asked for and the command started");
+
     EXPECT_EQ(LetterOfFormat(), "D:");
 
     EXPECT_THAT(Steps(),
@@ -159,6 +189,9 @@ TEST_F(FormatLetterTest, IsAssignedBeforeAnythingElseIsDone)
 
 TEST_F(FormatLetterTest, StaysWhateverFailsLater)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL,
+          "the letter that was given stays whatever fails later: folder, start, exit code, the command, the wait");
+
     const auto failsAndKeepsItsLetter = [&] {
         EXPECT_EQ(Format(), KK_STATUS_UNSUCCESSFUL);
         EXPECT_EQ(volume.Letter(), u'D');

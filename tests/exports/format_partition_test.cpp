@@ -23,6 +23,8 @@ protected:
 
 TEST_F(FormatPartitionTest, MakesNtfsThatOtherToolsAccept)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "NTFS with its label, as judged by NTFS tools");
+
     EXPECT_EQ(Format({.label = u"Daten-\u00DCbersicht"}), 0);
 
     EXPECT_THAT(Judge("ntfsresize -i -f"), HasSubstr("You might resize at"));
@@ -32,6 +34,8 @@ TEST_F(FormatPartitionTest, MakesNtfsThatOtherToolsAccept)
 
 TEST_F(FormatPartitionTest, MakesFat32ThatOtherToolsAccept)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "FAT32 with its label, as judged by FAT tools");
+
     EXPECT_EQ(Format({.fileSystem = u"FAT32", .label = u"Boot"}), 0);
 
     EXPECT_EQ(volume.RecognisedFileSystem(), FileSystem::Fat32);
@@ -41,6 +45,8 @@ TEST_F(FormatPartitionTest, MakesFat32ThatOtherToolsAccept)
 
 TEST_F(FormatPartitionTest, MakesExfatThatOtherToolsAccept)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "exFAT with its label, as judged by exFAT tools");
+
     EXPECT_EQ(Format({.fileSystem = u"exFAT", .label = u"B\u00FCcher"}), 0);
 
     EXPECT_THAT(Judge("fsck.exfat -n"), HasSubstr("clean"));
@@ -49,6 +55,8 @@ TEST_F(FormatPartitionTest, MakesExfatThatOtherToolsAccept)
 
 TEST_F(FormatPartitionTest, WritesNothingOutsideThePartition)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "nothing is written outside the partition");
+
     const std::vector<uint8_t> before = disk.ReadBytes(0, kStart);
 
     EXPECT_EQ(Format({.quick = 0}), 0);
@@ -59,6 +67,9 @@ TEST_F(FormatPartitionTest, WritesNothingOutsideThePartition)
 
 TEST_F(FormatPartitionTest, OnlyAFullFormatZeroesWhatTheFileSystemDoesNotUse)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "a quick format keeps data where the file system has none, a full one zeroes it");
+
     const uint64_t unused = kStart + kLength - 64 * kKiB;
     const std::vector<uint8_t> mark(512, 0xA5);
     disk.WriteBytes(unused, mark);
@@ -71,6 +82,9 @@ TEST_F(FormatPartitionTest, OnlyAFullFormatZeroesWhatTheFileSystemDoesNotUse)
 
 TEST_F(FormatPartitionTest, FailsWhenTheCommandDoes)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL,
+          "the command failed: an unknown file system, a label of two words, a label too long");
+
     EXPECT_EQ(Format({.fileSystem = u"ext4"}), KK_STATUS_UNSUCCESSFUL);
     EXPECT_EQ(Format({.label = u"Two words"}), KK_STATUS_UNSUCCESSFUL) << "they arrive as two arguments";
     EXPECT_EQ(Format({.fileSystem = u"FAT32", .label = u"TWELVELETTER"}), KK_STATUS_UNSUCCESSFUL);
@@ -80,6 +94,9 @@ TEST_F(FormatPartitionTest, FailsWhenTheCommandDoes)
 
 TEST_F(FormatPartitionTest, GoesOnInTheBackgroundAfterTwoMinutes)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL,
+          "the command did not end within two minutes; it goes on in the background");
+
     machine.processes.formatDuration = 121 * kSecond;
 
     EXPECT_EQ(Format(), KK_STATUS_UNSUCCESSFUL);
@@ -93,6 +110,9 @@ TEST_F(FormatPartitionTest, GoesOnInTheBackgroundAfterTwoMinutes)
 
 TEST_F(FormatPartitionTest, RefusesAPartitionWithoutAVolumeBeforeItLooksForALetter)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_INVALID_PARAMETER,
+          "no partition starts there, or it has no volume; no letter is looked for");
+
     for (const int32_t diskNumber : {1, -1}) {
         EXPECT_EQ(api.formatPartition(diskNumber, kStart, nullptr, nullptr, 1), KK_STATUS_INVALID_PARAMETER);
     }
@@ -106,6 +126,8 @@ TEST_F(FormatPartitionTest, RefusesAPartitionWithoutAVolumeBeforeItLooksForALett
 
 TEST_F(FormatPartitionTest, WithoutTheSystemLibraryLooksAtNothing)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_NOT_FOUND, "without kernel32.dll nothing is looked at");
+
     machine.modules.Remove(u"kernel32.dll");
 
     EXPECT_EQ(Format(), KK_STATUS_NOT_FOUND);
@@ -116,6 +138,10 @@ TEST_F(FormatPartitionTest, WithoutTheSystemLibraryLooksAtNothing)
 
 TEST_F(FormatPartitionTest, FourEntriesMustBeThereBeforeAnythingIsLookedAt)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_NOT_FOUND,
+          "each of four entry points must be there: two for mount points, process start, system folder");
+    SHOWS(KkFormatPartition, KK_STATUS_INVALID_PARAMETER, "with them, an absent volume is what decides");
+
     WithoutEachEntry([&](const std::string& entry) {
         const bool needed = entry == "SetVolumeMountPointW" || entry == "DeleteVolumeMountPointW" ||
                             entry == "CreateProcessW" || entry == "GetSystemDirectoryW";
@@ -128,6 +154,9 @@ TEST_F(FormatPartitionTest, FourEntriesMustBeThereBeforeAnythingIsLookedAt)
 
 TEST_F(FormatPartitionTest, TheDrivesMaskIsNeededForANewLetterOnly)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_NO_MEDIA_IN_DEVICE, "a new letter needs the system's mask of drives");
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "a volume that has a letter does not need it");
+
     machine.modules.RemoveEntry(u"kernel32.dll", "GetLogicalDrives");
 
     EXPECT_EQ(Format(), KK_STATUS_NO_MEDIA_IN_DEVICE);
@@ -140,6 +169,11 @@ TEST_F(FormatPartitionTest, TheDrivesMaskIsNeededForANewLetterOnly)
 
 TEST_F(FormatPartitionTest, AWaitThatIsMissingIsLeftOut)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL,
+          "without the entry point to wait, a command that is still running counts as failed");
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "without the entry point to wait, a command that has ended is a success");
+
     machine.modules.RemoveEntry(u"kernel32.dll", "WaitForSingleObject");
 
     EXPECT_EQ(Format(), KK_STATUS_UNSUCCESSFUL) << "the command runs still";
@@ -149,6 +183,9 @@ TEST_F(FormatPartitionTest, AWaitThatIsMissingIsLeftOut)
 
 TEST_F(FormatPartitionTest, AMissingQuestionForTheExitCodeIsAFailureThoughTheVolumeIsFormatted)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL,
+          "without the entry point for the exit code it counts as failed, though the volume is formatted");
+
     machine.modules.RemoveEntry(u"kernel32.dll", "GetExitCodeProcess");
 
     EXPECT_EQ(Format(), KK_STATUS_UNSUCCESSFUL);
@@ -159,6 +196,9 @@ TEST_F(FormatPartitionTest, AMissingQuestionForTheExitCodeIsAFailureThoughTheVol
 
 TEST_F(FormatPartitionTest, WithoutCloseHandleBothHandlesStayOpen)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "without the entry point to close handles both of the process's stay open");
+
     EXPECT_EQ(RunForked([&] {
                   machine.modules.RemoveEntry(u"kernel32.dll", "CloseHandle");
                   EXPECT_EQ(Format(), 0);

@@ -29,6 +29,9 @@ protected:
 
 TEST_F(FormatProcessTest, TheCommandLineNamesLetterFileSystemAnswerAndLabel)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "the command line names letter, file system, quick format, the answer to questions, and the label");
+
     EXPECT_EQ(LineOf({.fileSystem = u"exFAT", .label = u"Data", .quick = 1}),
               "cmd.exe /c format E: /FS:exFAT /Q /Y /V:Data");
     EXPECT_EQ(LineOf({.fileSystem = u"FAT32", .label = u"Data", .quick = 0}),
@@ -37,6 +40,8 @@ TEST_F(FormatProcessTest, TheCommandLineNamesLetterFileSystemAnswerAndLabel)
 
 TEST_F(FormatProcessTest, NtfsAndNoLabelAreWhatNullAndEmptyTextsMean)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "null and empty texts mean NTFS and no label");
+
     const std::string line = "cmd.exe /c format E: /FS:NTFS /Y";
 
     EXPECT_EQ(LineOf({.fileSystem = nullptr, .label = u"", .quick = 0}), line);
@@ -46,6 +51,8 @@ TEST_F(FormatProcessTest, NtfsAndNoLabelAreWhatNullAndEmptyTextsMean)
 
 TEST_F(FormatProcessTest, AnythingButZeroIsQuick)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "any number but 0 means a quick format");
+
     for (const int32_t quick : {1, 2, -1, 0x100, 0x10000, INT_MIN}) {
         EXPECT_EQ(LineOf({.quick = quick}), "cmd.exe /c format E: /FS:NTFS /Q /Y");
     }
@@ -53,6 +60,8 @@ TEST_F(FormatProcessTest, AnythingButZeroIsQuick)
 
 TEST_F(FormatProcessTest, TextsGoInAsTheyAre)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "texts go into the command line as they are, unquoted");
+
     EXPECT_EQ(LineOf({.fileSystem = u"my fs", .label = u"two  words \"quoted\" & more ", .quick = 1}),
               "cmd.exe /c format E: /FS:my fs /Q /Y /V:two  words \"quoted\" & more ");
     EXPECT_EQ(LineOf({.label = u" "}), "cmd.exe /c format E: /FS:NTFS /Q /Y /V: ");
@@ -61,6 +70,8 @@ TEST_F(FormatProcessTest, TextsGoInAsTheyAre)
 
 TEST_F(FormatProcessTest, TheCommandLineIsCutTo399Units)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "the command line is cut to 399 units");
+
     const std::string head = "cmd.exe /c format E: /FS:NTFS /Y /V:";
     const size_t room = 399 - head.size();
     const auto lineWith = [&](size_t length) {
@@ -75,6 +86,8 @@ TEST_F(FormatProcessTest, TheCommandLineIsCutTo399Units)
 
 TEST_F(FormatProcessTest, ALongFileSystemNameLeavesNoRoomForTheRest)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "a long file system name leaves no room for what follows");
+
     const std::string head = "cmd.exe /c format E: /FS:";
     const auto lineWith = [&](size_t length) {
         return LineOf({.fileSystem = std::u16string(length, u'f').c_str(), .label = u"Data", .quick = 1});
@@ -86,6 +99,9 @@ TEST_F(FormatProcessTest, ALongFileSystemNameLeavesNoRoomForTheRest)
 
 TEST_F(FormatProcessTest, TheInterpreterIsStartedHiddenAndWithNothingOfItsOwn)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "the interpreter is started without a window, with no handles or environment of its own");
+
     EXPECT_EQ(Format(), 0);
 
     const machine::ProcessStart& start = Started();
@@ -107,6 +123,9 @@ TEST_F(FormatProcessTest, TheInterpreterIsStartedHiddenAndWithNothingOfItsOwn)
 
 TEST_F(FormatProcessTest, IsWaitedForAskedAndClosedThreadFirst)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "the command is waited for, then asked for its exit code; thread and process are closed");
+
     EXPECT_EQ(Format({.fileSystem = u"FAT"}), 0);
 
     EXPECT_THAT(Kernel32Calls(),
@@ -121,6 +140,9 @@ TEST_F(FormatProcessTest, IsWaitedForAskedAndClosedThreadFirst)
 
 TEST_F(FormatProcessTest, OnlyTheExitCodeZeroIsASuccess)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL, "every exit code but 0 is a failure");
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "the exit code 0 is a success");
+
     for (const uint32_t code : {1u, 4u, 259u, 0x100u, 0x10000u, 0x80000000u, 0xFFFFFFFFu}) {
         ReplaceInterpreter({.exitCode = code});
         EXPECT_EQ(Format(), KK_STATUS_UNSUCCESSFUL) << code;
@@ -131,6 +153,9 @@ TEST_F(FormatProcessTest, OnlyTheExitCodeZeroIsASuccess)
 
 TEST_F(FormatProcessTest, IsGivenTwoMinutes)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "a command that ends after exactly two minutes is a success");
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL, "one that ends any later is a failure");
+
     const int64_t begin = machine.clock.Now();
 
     ReplaceInterpreter({.duration = 120 * kSecond});
@@ -143,6 +168,8 @@ TEST_F(FormatProcessTest, IsGivenTwoMinutes)
 
 TEST_F(FormatProcessTest, TheWaitsResultDoesNotMatter)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "the result of the wait does not matter when the command has ended");
+
     machine.faults.Fail({.name = "WaitForSingleObject"}, 1, 0xFFFFFFFF);
 
     EXPECT_EQ(Format(), 0) << "the process has ended all the same";
@@ -150,6 +177,8 @@ TEST_F(FormatProcessTest, TheWaitsResultDoesNotMatter)
 
 TEST_F(FormatProcessTest, AnExitCodeThatCannotBeLearntIsAFailure)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL, "the exit code cannot be learnt; the handles are closed");
+
     machine.faults.Fail({.name = "GetExitCodeProcess"}, 1, 0);
 
     EXPECT_EQ(Format(), KK_STATUS_UNSUCCESSFUL);
@@ -159,6 +188,8 @@ TEST_F(FormatProcessTest, AnExitCodeThatCannotBeLearntIsAFailure)
 
 TEST_F(FormatProcessTest, AnInterpreterThatDoesNotStartIsNotWaitedFor)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL, "the interpreter does not start, and is not waited for");
+
     machine.processes.RemoveProgram(machine::kCommandInterpreter);
 
     EXPECT_EQ(Format(), KK_STATUS_UNSUCCESSFUL);
@@ -177,6 +208,8 @@ int32_t KK_CALL CreateProcessAnsweringOddly(Arguments... arguments)
 
 TEST_F(FormatProcessTest, EveryAnswerButZeroMeansThatTheProcessStarted)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "any answer but 0 means that the interpreter started");
+
     void* const kernel32 = machine.modules.Load(u"kernel32.dll");
     trueCreateProcess =
         reinterpret_cast<decltype(trueCreateProcess)>(machine.modules.FindEntry(kernel32, "CreateProcessW"));
@@ -199,6 +232,9 @@ uint32_t KK_CALL TellSystemFolder(char16_t* buffer, uint32_t units)
 
 TEST_F(FormatProcessTest, TheInterpreterIsTakenFromTheSystemFolderUpToItsLongestName)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "the interpreter is taken from the system folder, whose name may be up to 289 units long");
+
     ReplaceEntry("GetSystemDirectoryW", &TellSystemFolder);
     for (const std::u16string& name : {std::u16string(u"S:\\System"), u"S:\\" + std::u16string(286, u's'),
                                        std::u16string(u"S:\\"), std::u16string(u"S")}) {
@@ -213,6 +249,9 @@ TEST_F(FormatProcessTest, TheInterpreterIsTakenFromTheSystemFolderUpToItsLongest
 
 TEST_F(FormatProcessTest, WithoutASystemFolderNothingIsStarted)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL,
+          "the system folder cannot be learnt, or its name is too long; nothing is started");
+
     ReplaceEntry("GetSystemDirectoryW", &TellSystemFolder);
     systemFolder = u"S:\\System";
     for (const uint32_t answer : {0u, 290u, 291u, 300u, 0xFFFFFFFFu}) {

@@ -85,6 +85,21 @@ constexpr Damage kDamages[] = {
 
 TEST_F(HostileGptTest, ADamagedFirstHeaderLeavesTheDiskAsItIs)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_REGISTRY_CORRUPT,
+          "a damaged first header leaves the disk as it is: no signature, wrong counts and sizes, wrong places");
+    SHOWS(KkCreatePartition, KK_STATUS_NO_MEMORY,
+          "a table that claims to be 4 GiB or larger, in the first header: nothing changes");
+    SHOWS(KkCreatePartition, KK_STATUS_INVALID_PARAMETER,
+          "entries that fill no whole number of sectors, in the first header: nothing changes");
+    SHOWS(KkCreatePartition, 0xC0000015,
+          "a first copy that would lie behind the disk's end: the disk's refusal is passed on");
+    SHOWS(KkDeletePartition, KK_STATUS_REGISTRY_CORRUPT, "a damaged first header leaves the disk as it is");
+    SHOWS(KkDeletePartition, KK_STATUS_NO_MEMORY,
+          "a table that claims to be 4 GiB or larger, in the first header: nothing changes");
+    SHOWS(KkShrinkPartition, KK_STATUS_REGISTRY_CORRUPT, "a damaged first header leaves the table as it is");
+    SHOWS(KkShrinkPartition, KK_STATUS_NO_MEMORY,
+          "a table that claims to be 4 GiB or larger, in the first header: the table stays as it is");
+
     for (const Damage& damage : kDamages) {
         ExpectEachEditFails(1, damage, false);
     }
@@ -92,6 +107,23 @@ TEST_F(HostileGptTest, ADamagedFirstHeaderLeavesTheDiskAsItIs)
 
 TEST_F(HostileGptTest, ADamagedSecondHeaderIsFoundAfterTheFirstCopyChanged)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_REGISTRY_CORRUPT,
+          "a damaged second header is found after the first copy changed");
+    SHOWS(KkCreatePartition, KK_STATUS_NO_MEMORY,
+          "a table that claims to be 4 GiB or larger, in the second header: the first copy has changed");
+    SHOWS(KkCreatePartition, KK_STATUS_INVALID_PARAMETER,
+          "entries that fill no whole number of sectors, in the second header: the first copy has changed");
+    SHOWS(KkCreatePartition, 0xC0000015,
+          "a second array that would lie behind the disk's end: the first copy has changed");
+    SHOWS(KkDeletePartition, KK_STATUS_REGISTRY_CORRUPT,
+          "a damaged second header is found after the first copy changed");
+    SHOWS(KkDeletePartition, KK_STATUS_NO_MEMORY,
+          "a table that claims to be 4 GiB or larger, in the second header: the first copy has changed");
+    SHOWS(KkShrinkPartition, KK_STATUS_REGISTRY_CORRUPT,
+          "a damaged second header is found after the first copy changed");
+    SHOWS(KkShrinkPartition, KK_STATUS_NO_MEMORY,
+          "a table that claims to be 4 GiB or larger, in the second header: the first copy has changed");
+
     for (const Damage& damage : kDamages) {
         ExpectEachEditFails(kSectors - 1, damage, true);
     }
@@ -99,6 +131,13 @@ TEST_F(HostileGptTest, ADamagedSecondHeaderIsFoundAfterTheFirstCopyChanged)
 
 TEST_F(HostileGptTest, ASecondHeaderWhereNoneCanBe)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_REGISTRY_CORRUPT, "a second copy where none can be: the first copy has changed");
+    SHOWS(KkCreatePartition, 0xC0000015, "a second copy behind the disk's end: the first copy has changed");
+    SHOWS(KkCreatePartition, KK_STATUS_INVALID_PARAMETER,
+          "a second copy at a place that no device has: the first copy has changed");
+    SHOWS(KkDeletePartition, KK_STATUS_REGISTRY_CORRUPT, "a second copy where none can be: the first copy has changed");
+    SHOWS(KkShrinkPartition, KK_STATUS_REGISTRY_CORRUPT, "a second copy where none can be: the first copy has changed");
+
     const Damage damages[] = {
         {kOtherLba, 0, KK_STATUS_REGISTRY_CORRUPT},
         {kOtherLba, 2, KK_STATUS_REGISTRY_CORRUPT},
@@ -118,6 +157,10 @@ TEST_F(HostileGptTest, ASecondHeaderWhereNoneCanBe)
 
 TEST_F(HostileGptTest, AFirstHeaderThatNamesItselfAsTheSecondIsEditedTwice)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "a first header that names itself as the second is edited twice");
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER,
+          "a first header that names itself as the second: the second time the entry is gone");
+
     AddGptDisk();
     Put(1, {kOtherLba, 1, 0});
 
@@ -133,6 +176,8 @@ TEST_F(HostileGptTest, AFirstHeaderThatNamesItselfAsTheSecondIsEditedTwice)
 
 TEST_F(HostileGptTest, AMissingMbrDoesNotMatterToAGpt)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "a GPT is edited without its protective MBR");
+
     AddGptDisk().WriteBytes(0, std::vector<uint8_t>(512));
 
     EXPECT_EQ(Create(20 * kMiB, 4 * kMiB), 0);
@@ -140,6 +185,11 @@ TEST_F(HostileGptTest, AMissingMbrDoesNotMatterToAGpt)
 
 TEST_F(HostileGptTest, ATableOfFewerOrLongerEntriesIsEditedAsItSays)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "tables with more, fewer or longer entries than usual are edited as they say");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "tables with fewer and longer entries than usual are edited as they say");
+
     AddBareDisk().Gpt({.partitions = {{kMiB, 4 * kMiB}}, .entryCount = 4096});
     EXPECT_EQ(Create(8 * kMiB, 4 * kMiB), 0);
     EXPECT_EQ(Partitions().size(), 2u);
@@ -152,6 +202,9 @@ TEST_F(HostileGptTest, ATableOfFewerOrLongerEntriesIsEditedAsItSays)
 
 TEST_F(HostileGptTest, ChecksumsThatAreWrongBeforeAreRightAfterwards)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "wrong checksums do not keep a table from being edited, and are right afterwards");
+
     AddGptDisk().FlipBit(512 + 16).FlipBit(512 + 88).FlipBit((kSectors - 1) * 512 + 16);
 
     EXPECT_EQ(Create(20 * kMiB, 4 * kMiB), 0);
@@ -161,6 +214,10 @@ TEST_F(HostileGptTest, ChecksumsThatAreWrongBeforeAreRightAfterwards)
 
 TEST_F(HostileGptTest, NothingIsWrittenOutsideTheCopiesWhateverTheArraysPlace)
 {
+    SHOWS(KkCreatePartition, "whatever places a header names, nothing outside the two copies is written");
+    SHOWS(KkDeletePartition, "whatever places a header names, nothing outside the two copies is written");
+    SHOWS(KkShrinkPartition, "whatever places a header names, nothing outside the two copies is written");
+
     // The array begins at the MBR or at the header itself: no table of any sense, and its own places all the same.
     for (const uint64_t lba : {uint64_t{0}, uint64_t{1}}) {
         for (const auto& [name, edit] : Edits()) {
@@ -177,6 +234,10 @@ TEST_F(HostileGptTest, NothingIsWrittenOutsideTheCopiesWhateverTheArraysPlace)
 
 TEST_F(HostileGptTest, AnMbrWithoutItsMarkIsNotEdited)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_REGISTRY_CORRUPT, "an MBR without its mark is not edited");
+    SHOWS(KkDeletePartition, KK_STATUS_REGISTRY_CORRUPT, "an MBR without its mark is not edited");
+    SHOWS(KkShrinkPartition, KK_STATUS_REGISTRY_CORRUPT, "an MBR without its mark is not edited");
+
     for (const DiskKind& kind : {kSmallMbr, kLargeMbr}) {
         for (const auto& [name, edit] : Edits()) {
             for (const uint64_t byte : {uint64_t{510}, uint64_t{511}}) {
@@ -192,6 +253,11 @@ TEST_F(HostileGptTest, AnMbrWithoutItsMarkIsNotEdited)
 
 TEST_F(HostileGptTest, APartitionThatTheTableDoesNotHoldAnyMoreIsNotFoundThere)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_INVALID_PARAMETER,
+          "the system still tells of a partition that the table does not hold any more");
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER,
+          "the table does not hold the partition any more, found after the file system was shrunk");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, 4 * kMiB}, {8 * kMiB, 4 * kMiB}});
         Refuse(0x70140, 0xC00000BB);

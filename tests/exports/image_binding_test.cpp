@@ -73,6 +73,13 @@ protected:
 
 TEST_F(ImageBindingTest, AllEntryPointsAreLookedUpInTheirOrderByTheFirstCallAlone)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS,
+          "the first call of any export that needs the virtual-disk service looks all entry points up, once");
+    SHOWS(KkUnmountImage, KK_STATUS_SUCCESS, "the entry points are looked up once");
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS, "the entry points are looked up once");
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "the entry points are looked up once");
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "the entry points are looked up once");
+
     const std::vector<std::string> expected = {
         "virtdisk.dll",
         "virtdisk.dll!OpenVirtualDisk",
@@ -102,6 +109,13 @@ TEST_F(ImageBindingTest, AllEntryPointsAreLookedUpInTheirOrderByTheFirstCallAlon
 
 TEST_F(ImageBindingTest, AMissingRequiredEntryPointStopsAllOfThem)
 {
+    SHOWS(KkMountImage, KK_STATUS_NOT_FOUND, "each of four entry points of the virtual-disk service must be there");
+    SHOWS(KkUnmountImage, KK_STATUS_NOT_FOUND, "each of four entry points of the virtual-disk service must be there");
+    SHOWS(KkMountImageOverlay, KK_STATUS_NOT_FOUND,
+          "each of four entry points of the virtual-disk service must be there");
+    SHOWS(KkDiscardOverlay, KK_STATUS_NOT_FOUND, "each of four entry points of the virtual-disk service must be there");
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "without one of four entry points no disk shows an image");
+
     for (const char* const entry : kRequired) {
         Without(entry, [this] { ExpectAllUnavailable(); });
     }
@@ -109,6 +123,8 @@ TEST_F(ImageBindingTest, AMissingRequiredEntryPointStopsAllOfThem)
 
 TEST_F(ImageBindingTest, AMissingEntryPointIsMissingForGoodAndTheRestIsLookedUpAllTheSame)
 {
+    SHOWS(KkMountImage, KK_STATUS_NOT_FOUND, "an entry point that is missing is not looked for again");
+
     for (const char* const entry : kRequired) {
         Without(entry, [this] {
             EXPECT_EQ(Mount(), kUnavailable);
@@ -124,6 +140,9 @@ TEST_F(ImageBindingTest, AMissingEntryPointIsMissingForGoodAndTheRestIsLookedUpA
 
 TEST_F(ImageBindingTest, ALibraryThatDidNotLoadIsNotLookedForAgain)
 {
+    SHOWS(KkMountImage, KK_STATUS_NOT_FOUND, "a library that did not load is not looked for again");
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "a library that does not load means that no disk shows an image");
+
     machine.faults.Fail({.kind = CallKind::LoadLibrary}, 1, 0xC0000135);
     ExpectNoImage();
     EXPECT_EQ(LookedUp(), std::vector<std::string>{"virtdisk.dll"});
@@ -136,6 +155,12 @@ TEST_F(ImageBindingTest, ALibraryThatDidNotLoadIsNotLookedForAgain)
 
 TEST_F(ImageBindingTest, AMachineWithoutTheLibraryHasNoImages)
 {
+    SHOWS(KkMountImage, KK_STATUS_NOT_FOUND, "the system has no virtual-disk service");
+    SHOWS(KkUnmountImage, KK_STATUS_NOT_FOUND, "the system has no virtual-disk service");
+    SHOWS(KkMountImageOverlay, KK_STATUS_NOT_FOUND, "the system has no virtual-disk service");
+    SHOWS(KkDiscardOverlay, KK_STATUS_NOT_FOUND, "the system has no virtual-disk service");
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "without a virtual-disk service no disk shows an image");
+
     machine.modules.Remove(u"virtdisk.dll");
 
     ExpectAllUnavailable();
@@ -143,6 +168,11 @@ TEST_F(ImageBindingTest, AMachineWithoutTheLibraryHasNoImages)
 
 TEST_F(ImageBindingTest, WithoutCreationThereAreNoOverlaysButImages)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_NOT_FOUND, "the virtual-disk service creates no files");
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "a service that creates no files attaches images");
+    SHOWS(KkUnmountImage, KK_STATUS_SUCCESS, "a service that creates no files detaches images");
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "a service that creates no files detaches overlays");
+
     Without("CreateVirtualDisk", [this] {
         EXPECT_EQ(MountOverlay(), kUnavailable);
         EXPECT_THAT(service.log, IsEmpty());
@@ -157,6 +187,10 @@ TEST_F(ImageBindingTest, WithoutCreationThereAreNoOverlaysButImages)
 
 TEST_F(ImageBindingTest, WithoutTheDependencyQueryNoDiskIsLookedAt)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "without the entry point to ask for dependencies no disk is looked at");
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "the entry point to ask for dependencies is not needed");
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS, "the entry point to ask for dependencies is not needed");
+
     Without("GetStorageDependencyInformation", [this] {
         ExpectNoImage();
         EXPECT_EQ(machine.journal.Count({.kind = CallKind::CreateFile}), 0u);
@@ -169,6 +203,11 @@ TEST_F(ImageBindingTest, WithoutTheDependencyQueryNoDiskIsLookedAt)
 
 TEST_F(ImageBindingTest, AMissingServiceComesBeforeAMissingPath)
 {
+    SHOWS(KkMountImage, KK_STATUS_NOT_FOUND, "a missing service comes before a null path");
+    SHOWS(KkUnmountImage, KK_STATUS_NOT_FOUND, "a missing service comes before a null path");
+    SHOWS(KkMountImageOverlay, KK_STATUS_NOT_FOUND, "a missing service comes before null paths");
+    SHOWS(KkDiscardOverlay, KK_STATUS_NOT_FOUND, "a missing service comes before a null path");
+
     Without("OpenVirtualDisk", [this] {
         EXPECT_EQ(api.mountImage(nullptr, &diskNumber), kUnavailable);
         EXPECT_EQ(api.unmountImage(nullptr), kUnavailable);
@@ -179,6 +218,8 @@ TEST_F(ImageBindingTest, AMissingServiceComesBeforeAMissingPath)
 
 TEST_F(ImageBindingTest, AnOverlaysFileIsDeletedWithoutTheService)
 {
+    SHOWS(KkDiscardOverlay, KK_STATUS_NOT_FOUND, "the file is deleted also without the service");
+
     std::ofstream(OverlayPath()) << "left over";
     Without("DetachVirtualDisk", [this] {
         EXPECT_EQ(Discard(), kUnavailable);
@@ -188,6 +229,9 @@ TEST_F(ImageBindingTest, AnOverlaysFileIsDeletedWithoutTheService)
 
 TEST_F(ImageBindingTest, BackupsAndImagesHaveTablesOfTheirOwn)
 {
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL, "the image cannot be created, and images can be attached all the same");
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "backups and calls for images look the entry points up for themselves");
+
     const auto backup = [this] {
         return api.backup(0, u"Z:\\nowhere", nullptr, 0, 0, 0, 0, nullptr, 0, 1, 0, nullptr);
     };
@@ -206,6 +250,10 @@ TEST_F(ImageBindingTest, BackupsAndImagesHaveTablesOfTheirOwn)
 
 TEST_F(ImageBindingTest, ImagesCanBeUnusableWhereBackupsAreNot)
 {
+    SHOWS(KkMountImage, KK_STATUS_NOT_FOUND, "an entry point is missing that only calls for images need");
+    SHOWS(KkBackup, KK_STATUS_UNSUCCESSFUL,
+          "an entry point that only calls for images need is not missed; the creation fails");
+
     machine.FindDisk(0)->Gpt({.partitions = {{.start = kMiB, .length = kMiB}}});
     service.createError = 5;
     Without("OpenVirtualDisk", [this] {

@@ -73,6 +73,11 @@ private:
 
 TEST_F(ImageMountSweepTest, Mounting)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "what is not needed may fail");
+    SHOWS(KkMountImage, KK_STATUS_NOT_FOUND, "the library or an entry point that is needed cannot be had");
+    SHOWS(KkMountImage, KK_E_FILE_NOT_FOUND, "the open fails; nothing is attached");
+    SHOWS(KkMountImage, 0x8007001F, "the attachment fails, or the disk's name is not told and it stays attached");
+
     const Names met = Sweep(
         [this] { return Mount(); },
         [](const CallRecord& call) { return call.object.ends_with("CreateVirtualDisk") ? 0 : OwedByService(call); },
@@ -86,6 +91,11 @@ TEST_F(ImageMountSweepTest, Mounting)
 
 TEST_F(ImageMountSweepTest, Unmounting)
 {
+    SHOWS(KkUnmountImage, KK_STATUS_SUCCESS, "what is not needed may fail");
+    SHOWS(KkUnmountImage, KK_STATUS_NOT_FOUND, "the library or an entry point that is needed cannot be had");
+    SHOWS(KkUnmountImage, KK_E_FILE_NOT_FOUND, "the open fails; the disk stays");
+    SHOWS(KkUnmountImage, 0x8007001F, "the detachment fails; the disk stays");
+
     ASSERT_EQ(Mount(), 0);
 
     const Names met = Sweep([this] { return Unmount(); }, OwedByService,
@@ -96,6 +106,10 @@ TEST_F(ImageMountSweepTest, Unmounting)
 
 TEST_F(ImageMountSweepTest, MountingAnOverlay)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS, "what is not needed may fail");
+    SHOWS(KkMountImageOverlay, KK_STATUS_NOT_FOUND, "the library or an entry point that is needed cannot be had");
+    SHOWS(KkMountImageOverlay, 0x8007001F, "creation, attachment or the disk's name fail; what was made stays");
+
     const Names met = Sweep([this] { return MountOverlay(); }, OwedByService,
                             [this] {
                                 EXPECT_EQ(IsAttached(), HasSucceeded("AttachVirtualDisk"));
@@ -109,6 +123,8 @@ TEST_F(ImageMountSweepTest, MountingAnOverlay)
 
 TEST_F(ImageMountSweepTest, Querying)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "whatever fails makes the disk none that shows an image");
+
     uint32_t isImage = 7;
     std::array<char16_t, 300> path = {};
     // The answer does not fit at first, so that it is asked for twice.
@@ -135,6 +151,12 @@ TEST_F(ImageMountSweepTest, Querying)
 
 TEST_F(ImageMountSweepTest, Discarding)
 {
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "a file that cannot be deleted does not matter");
+    SHOWS(KkDiscardOverlay, KK_STATUS_NOT_FOUND,
+          "the library or an entry point that is needed cannot be had; the file is deleted");
+    SHOWS(KkDiscardOverlay, KK_E_FILE_NOT_FOUND, "the open fails; the file is deleted if the system allows it");
+    SHOWS(KkDiscardOverlay, 0x8007001F, "the detachment fails");
+
     ASSERT_EQ(MountOverlay(), 0);
     const std::string content = ReadFile(OverlayPath());
 

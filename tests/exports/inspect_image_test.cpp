@@ -125,6 +125,9 @@ protected:
 
 TEST_F(InspectImageTest, TellsEveryByteOfAGptDisk)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS,
+          "every field of a GPT image and its partitions, into records at odd addresses");
+
     PutTwoGptPartitions();
 
     ASSERT_EQ(Inspect(Image()), 0);
@@ -140,6 +143,8 @@ TEST_F(InspectImageTest, TellsEveryByteOfAGptDisk)
 
 TEST_F(InspectImageTest, TellsEveryByteOfAnMbrDisk)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "every field of an MBR image and its partitions, extended ones included");
+
     PutMbrSlot(2, 0x07, 2048, 16384);
     PutMbrSlot(4, 0x05, 0xF0000000, 0xFFFFFFFF);
 
@@ -156,6 +161,8 @@ TEST_F(InspectImageTest, TellsEveryByteOfAnMbrDisk)
 
 TEST_F(InspectImageTest, TellsADiskOfLargeSectorsAndBlocks)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "sectors of 4096 bytes and blocks of 32 MiB are told");
+
     PutTwoGptPartitions(4096);
     VhdxBuilder image(disk.Size());
     image.SectorSize(4096).BlockSize(32 << 20).Data(disk);
@@ -168,6 +175,8 @@ TEST_F(InspectImageTest, TellsADiskOfLargeSectorsAndBlocks)
 
 TEST_F(InspectImageTest, LabelsMbrPartitionsByTheirType)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "MBR partitions are labelled by their type");
+
     const std::pair<uint8_t, std::u16string> labels[] = {
         {0x06, u"FAT16"},      {0x0E, u"FAT16"},     {0x07, u"NTFS / exFAT"},
         {0x0B, u"FAT32"},      {0x0C, u"FAT32"},     {0x27, u"Windows recovery"},
@@ -183,6 +192,8 @@ TEST_F(InspectImageTest, LabelsMbrPartitionsByTheirType)
 
 TEST_F(InspectImageTest, CountsAllPartitionsWhateverFits)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "the count is that of all partitions, whatever fits into the records");
+
     PutTwoGptPartitions();
     Image().Save(file);
 
@@ -202,6 +213,8 @@ TEST_F(InspectImageTest, CountsAllPartitionsWhateverFits)
 
 TEST_F(InspectImageTest, ListsMorePartitionsThanAListBeginsWith)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "forty partitions are listed");
+
     machine::GptTable table;
     for (uint64_t i = 0; i < 40; ++i) {
         table.partitions.push_back({.start = (i + 1) * kMiB, .length = kMiB});
@@ -220,6 +233,8 @@ TEST_F(InspectImageTest, ListsMorePartitionsThanAListBeginsWith)
 
 TEST_F(InspectImageTest, EveryOutputMayBeLeftOut)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "each output may be left out");
+
     PutTwoGptPartitions();
     Image().Save(file);
     const std::u16string path = WindowsPath(file);
@@ -237,6 +252,8 @@ TEST_F(InspectImageTest, EveryOutputMayBeLeftOut)
 
 TEST_F(InspectImageTest, TheImageMayBeNamedInEveryWayAFileIs)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "the file may be named with each of the prefixes of Windows");
+
     PutTwoGptPartitions();
     Image().Save(file);
     for (const std::u16string prefix : {u"", u"\\\\?\\", u"\\\\.\\", u"\\??\\"}) {
@@ -247,6 +264,8 @@ TEST_F(InspectImageTest, TheImageMayBeNamedInEveryWayAFileIs)
 
 TEST_F(InspectImageTest, WithoutAPathNothingIsDone)
 {
+    SHOWS(KkInspectImage, KK_STATUS_INVALID_PARAMETER, "the path is null; the count is 0, and no file is looked at");
+
     count = 5;
 
     EXPECT_EQ(api.inspectImage(nullptr, nullptr, nullptr, 0, &count), KK_STATUS_INVALID_PARAMETER);
@@ -257,12 +276,17 @@ TEST_F(InspectImageTest, WithoutAPathNothingIsDone)
 
 TEST_F(InspectImageTest, AFileThatIsNotThereIsTheOpensFailure)
 {
+    SHOWS(KkInspectImage, 0xC0000034,
+          "the status of a file that does not open is passed on; only the count is written");
+
     EXPECT_EQ(InspectFile(), Status(0xC0000034));
     ExpectNothingButCountWritten();
 }
 
 TEST_F(InspectImageTest, OtherFilesAreMalformed)
 {
+    SHOWS(KkInspectImage, KK_STATUS_REGISTRY_CORRUPT, "the file is no VHDX");
+
     for (const std::string format : {"vpc", "raw", "qcow2"}) {
         Shell("qemu-img create -q -f " + format + " " + file.string() + " 16M");
 
@@ -273,6 +297,9 @@ TEST_F(InspectImageTest, OtherFilesAreMalformed)
 
 TEST_F(InspectImageTest, MalformedImagesAreRefused)
 {
+    SHOWS(KkInspectImage, KK_STATUS_REGISTRY_CORRUPT,
+          "the VHDX is damaged: its mark, its region tables, its metadata or the disk's size");
+
     PutTwoGptPartitions();
 
     EXPECT_EQ(Inspect(Image().FileBytes(3, {'X'})), kMalformed);
@@ -286,6 +313,8 @@ TEST_F(InspectImageTest, MalformedImagesAreRefused)
 
 TEST_F(InspectImageTest, OpensThroughTheSecondRegionTable)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "the second region table serves when the first one is damaged");
+
     PutTwoGptPartitions();
 
     EXPECT_EQ(Inspect(Image().FileBytes(vhdx::kRegionTableOffsets[0], Bytes(vhdx::kRegionTableBytes))), 0);
@@ -294,12 +323,16 @@ TEST_F(InspectImageTest, OpensThroughTheSecondRegionTable)
 
 TEST_F(InspectImageTest, AnEmptyDiskIsMalformed)
 {
+    SHOWS(KkInspectImage, KK_STATUS_REGISTRY_CORRUPT, "the disk in the image has no table");
+
     EXPECT_EQ(Inspect(Image()), kMalformed);
     ExpectNothingButCountWritten();
 }
 
 TEST_F(InspectImageTest, AProtectiveMbrAloneIsMalformed)
 {
+    SHOWS(KkInspectImage, KK_STATUS_REGISTRY_CORRUPT, "the disk in the image has only an MBR that protects a GPT");
+
     PutMbrSlot(1, 0xEE, 1, 0xFFFFFFFF);
 
     EXPECT_EQ(Inspect(Image()), kMalformed);
@@ -308,6 +341,9 @@ TEST_F(InspectImageTest, AProtectiveMbrAloneIsMalformed)
 
 TEST_F(InspectImageTest, AGptOfUnusualNumbersHasNoPartitionsAndNoMbrInItsPlace)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS,
+          "a GPT with 0 or more than 4096 entries, or entries below 128 bytes, has no partitions");
+
     PutTwoGptPartitions();
     PutMbrSlot(2, 0x07, 2048, 2048);
     for (const auto& [offset, value] : {std::pair<uint64_t, uint64_t>{80, 0}, {80, 4097}, {84, 127}, {84, 0}}) {
@@ -324,6 +360,8 @@ TEST_F(InspectImageTest, AGptOfUnusualNumbersHasNoPartitionsAndNoMbrInItsPlace)
 
 TEST_F(InspectImageTest, TheGptCountsWhenBothTablesHavePartitions)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "when GPT and MBR both have partitions the GPT counts");
+
     PutTwoGptPartitions();
     PutMbrSlot(2, 0x07, 2048, 2048);
 
@@ -334,6 +372,8 @@ TEST_F(InspectImageTest, TheGptCountsWhenBothTablesHavePartitions)
 
 TEST_F(InspectImageTest, AnyFailureOfTheGptLeadsToTheMbr)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "when the GPT cannot be read the MBR's partitions are told");
+
     PutTwoGptPartitions();
     PutMbrSlot(2, 0x07, 2048, 2048);
     Image().Save(file);
@@ -366,6 +406,9 @@ TEST_F(InspectImageTest, AnyFailureOfTheGptLeadsToTheMbr)
 
 TEST_F(InspectImageTest, PartitionsOfAGptThatFailsLaterAreForgotten)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS,
+          "partitions of a GPT that fails later are forgotten when the MBR takes its place");
+
     machine::GptTable table;
     for (uint64_t i = 0; i < 9; ++i) {
         table.partitions.push_back({.start = (i + 1) * kMiB, .length = kMiB});
@@ -385,6 +428,9 @@ TEST_F(InspectImageTest, PartitionsOfAGptThatFailsLaterAreForgotten)
 
 TEST_F(InspectImageTest, WhenBothTablesFailTheGptsFailureIsTold)
 {
+    SHOWS(KkInspectImage, 0xC000009C, "when both tables fail the failure of the GPT's array is told");
+    SHOWS(KkInspectImage, 0xC000009D, "when both tables fail the failure of the GPT's header is told");
+
     PutTwoGptPartitions();
     Image().Save(file);
     machine.journal.Clear();
@@ -403,6 +449,8 @@ TEST_F(InspectImageTest, WhenBothTablesFailTheGptsFailureIsTold)
 
 TEST_F(InspectImageTest, WithoutAGptAFailingMbrReadIsNotTold)
 {
+    SHOWS(KkInspectImage, KK_STATUS_REGISTRY_CORRUPT, "without a GPT the failing read of the MBR is not told");
+
     PutMbrSlot(1, 0x07, 2048, 2048);
     Image().Save(file);
     machine.journal.Clear();
@@ -415,6 +463,8 @@ TEST_F(InspectImageTest, WithoutAGptAFailingMbrReadIsNotTold)
 
 TEST_F(InspectImageTest, AnArrayThatDoesNotFitIntoMemoryIsTold)
 {
+    SHOWS(KkInspectImage, KK_STATUS_UNSUCCESSFUL, "the GPT claims to be 4 GiB or larger");
+
     PutTwoGptPartitions();
     Put(512 + 80, LittleEndian(4096, 4));
     Put(512 + 84, LittleEndian(0x100000, 4));
@@ -425,6 +475,8 @@ TEST_F(InspectImageTest, AnArrayThatDoesNotFitIntoMemoryIsTold)
 
 TEST_F(InspectImageTest, ATableInABlockBeyondTheFilesEndIsTold)
 {
+    SHOWS(KkInspectImage, KK_STATUS_END_OF_FILE, "the table lies beyond the file's end");
+
     PutTwoGptPartitions();
 
     EXPECT_EQ(Inspect(Image().Entry(0, uint64_t{1} << 45 | vhdx::kFullyPresent)), KK_STATUS_END_OF_FILE);
@@ -433,6 +485,9 @@ TEST_F(InspectImageTest, ATableInABlockBeyondTheFilesEndIsTold)
 
 TEST_F(InspectImageTest, ATableInABlockThatIsNotFullyPresentIsNone)
 {
+    SHOWS(KkInspectImage, KK_STATUS_REGISTRY_CORRUPT,
+          "the table lies in a block that is not wholly present, which reads as zeros");
+
     PutTwoGptPartitions();
     for (const uint64_t state : {0u, 1u, 2u, 3u, 4u, 5u, 7u}) {
         EXPECT_EQ(Inspect(Image().State(0, state)), kMalformed) << state;
@@ -441,6 +496,8 @@ TEST_F(InspectImageTest, ATableInABlockThatIsNotFullyPresentIsNone)
 
 TEST_F(InspectImageTest, ASectorSizeThatHoldsNoTableIsMalformed)
 {
+    SHOWS(KkInspectImage, KK_STATUS_REGISTRY_CORRUPT, "the sector size is too small for a table");
+
     PutTwoGptPartitions();
     PutMbrSlot(2, 0x07, 2048, 2048);
     for (const uint32_t size : {0u, 1u, 91u, 511u}) {
@@ -451,6 +508,8 @@ TEST_F(InspectImageTest, ASectorSizeThatHoldsNoTableIsMalformed)
 
 TEST_F(InspectImageTest, OnlyReadsTheFileWhichOthersMayReadMeanwhile)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "the file is only read, and others may read it meanwhile");
+
     PutTwoGptPartitions();
     Image().Save(file);
     const std::string before = ReadFile(file);
@@ -467,6 +526,8 @@ TEST_F(InspectImageTest, OnlyReadsTheFileWhichOthersMayReadMeanwhile)
 
 TEST_F(InspectImageTest, ReadsWhatQemuWrites)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "growing and fixed images made by QEMU are read");
+
     const std::string raw = (folder / "disk.raw").string();
     Shell("truncate -s 80M " + raw + " && sgdisk -n 1:2048:+16M -c 1:Data -n 3:0:+1M -t 3:ef00 " + raw);
     for (const std::string options : {"subformat=dynamic", "subformat=fixed,block_size=1M", "block_size=256M"}) {
@@ -506,6 +567,11 @@ int32_t ExpectedStatus(const machine::Journal& journal, FaultMode mode)
 
 TEST_F(InspectImageTest, EveryFailingCallIsToldAndNothingIsLeftOpen)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "a failing question for the file's size does not matter");
+    SHOWS(KkInspectImage, KK_STATUS_NO_MEMORY, "no memory for the open file");
+    SHOWS(KkInspectImage, KK_STATUS_UNSUCCESSFUL, "no memory for anything later");
+    SHOWS(KkInspectImage, KK_STATUS_REGISTRY_CORRUPT, "neither of the two region tables can be read");
+
     PutTwoGptPartitions();
     Image().Save(file);
     for (const FaultMode mode : {FaultMode::OneCall, FaultMode::ThatCallAndAllLater}) {

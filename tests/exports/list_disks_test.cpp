@@ -26,6 +26,9 @@ protected:
 
 TEST_F(ListDisksTest, DescribesEachDiskAndLeavesTheUnusedBytesAlone)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS,
+          "each disk's number, size, sector size, style and partition count are told; two fields are never written");
+
     machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 8 * kMiB}}});
 
     const std::vector<KkDiskInfo> disks = List();
@@ -42,6 +45,8 @@ TEST_F(ListDisksTest, DescribesEachDiskAndLeavesTheUnusedBytesAlone)
 
 TEST_F(ListDisksTest, OnlyCountsWithoutRecords)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "without records the disks are counted, whatever the capacity");
+
     machine.AddDisk(8 * kMiB);
     machine.AddDisk(8 * kMiB);
 
@@ -53,6 +58,9 @@ TEST_F(ListDisksTest, OnlyCountsWithoutRecords)
 
 TEST_F(ListDisksTest, CountsAllDisksWhenOnlySomeRecordsFit)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS,
+          "with room for fewer records the count is still that of all disks, and nothing is written past the room");
+
     for (int i = 0; i < 3; ++i) {
         machine.AddDisk(8 * kMiB);
     }
@@ -68,6 +76,8 @@ TEST_F(ListDisksTest, CountsAllDisksWhenOnlySomeRecordsFit)
 
 TEST_F(ListDisksTest, WritesNothingIntoRecordsWithoutCapacity)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "records with a capacity of 0 are left alone; the disks are counted");
+
     machine.AddDisk(8 * kMiB);
     KkDiskInfo record;
     std::memset(&record, 0xEE, sizeof(record));
@@ -80,6 +90,8 @@ TEST_F(ListDisksTest, WritesNothingIntoRecordsWithoutCapacity)
 
 TEST_F(ListDisksTest, NeedsNoCount)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "the count need not be asked for");
+
     machine.AddDisk(8 * kMiB);
     KkDiskInfo record = {};
 
@@ -90,12 +102,16 @@ TEST_F(ListDisksTest, NeedsNoCount)
 
 TEST_F(ListDisksTest, FindsNothingOnAMachineWithoutDisks)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "a machine without disks has none");
+
     EXPECT_TRUE(List().empty());
     EXPECT_EQ(count, 0u);
 }
 
 TEST_F(ListDisksTest, DoesNotNeedNumbersWithoutGaps)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "disk numbers may have gaps; the order is rising");
+
     machine.AddDisk(8 * kMiB, {.number = 0});
     machine.AddDisk(16 * kMiB, {.number = 2});
 
@@ -108,6 +124,8 @@ TEST_F(ListDisksTest, DoesNotNeedNumbersWithoutGaps)
 
 TEST_F(ListDisksTest, FindsDisk31AndLooksNoFurther)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "disk 31 is found, disk 32 not looked for");
+
     machine.AddDisk(8 * kMiB, {.number = 31});
     machine.AddDisk(8 * kMiB, {.number = 32});
 
@@ -120,6 +138,8 @@ TEST_F(ListDisksTest, FindsDisk31AndLooksNoFurther)
 
 TEST_F(ListDisksTest, CountsDisksWithoutATable)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "a disk without a table is listed as raw with 0 partitions");
+
     machine.AddDisk(8 * kMiB);
 
     const std::vector<KkDiskInfo> disks = List();
@@ -131,6 +151,9 @@ TEST_F(ListDisksTest, CountsDisksWithoutATable)
 
 TEST_F(ListDisksTest, CountsPartitionsWithoutTheirContainer)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS,
+          "partitions of an MBR disk count with logical drives and without the extended container");
+
     machine.AddDisk(64 * kMiB).Mbr(
         {.partitions = {{.start = kMiB, .length = 4 * kMiB}},
          .logicals = {{.start = 16 * kMiB, .length = 4 * kMiB}, {.start = 24 * kMiB, .length = 4 * kMiB}}});
@@ -144,6 +167,8 @@ TEST_F(ListDisksTest, CountsPartitionsWithoutTheirContainer)
 
 TEST_F(ListDisksTest, ReportsTheSectorSizeAnd512WhenTheDiskReportsNone)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "the sector size is the disk's, and 512 when it reports 0");
+
     machine.AddDisk(8 * kMiB, {.sectorSize = 4096});
     machine.AddDisk(8 * kMiB, {.sectorSize = 4096}).behaviour.reportsZeroBytesPerSector = true;
 
@@ -156,6 +181,8 @@ TEST_F(ListDisksTest, ReportsTheSectorSizeAnd512WhenTheDiskReportsNone)
 
 TEST_F(ListDisksTest, LeavesOutADiskWhoseGeometryIsUnknown)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "a disk whose size cannot be asked for is left out");
+
     machine.AddDisk(8 * kMiB).behaviour.geometryFails = true;
     machine.AddDisk(8 * kMiB);
 
@@ -167,6 +194,8 @@ TEST_F(ListDisksTest, LeavesOutADiskWhoseGeometryIsUnknown)
 
 TEST_F(ListDisksTest, LeavesOutADiskThatReportsNoSize)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "a disk that reports a size of 0 is left out");
+
     machine.AddDisk(8 * kMiB);
     machine.OnControl({.code = kGeometry}, [](const machine::CallRecord&, const machine::ControlRequest&) {
         return std::optional(machine::ControlAnswer{.output = std::vector<uint8_t>(40)});
@@ -177,6 +206,8 @@ TEST_F(ListDisksTest, LeavesOutADiskThatReportsNoSize)
 
 TEST_F(ListDisksTest, LeavesOutADiskThatNeverTellsItsLayout)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "a disk whose layout cannot be read in six attempts is left out");
+
     machine.AddDisk(8 * kMiB).behaviour.layoutFailures = 6;
 
     EXPECT_TRUE(List().empty());
@@ -185,6 +216,9 @@ TEST_F(ListDisksTest, LeavesOutADiskThatNeverTellsItsLayout)
 
 TEST_F(ListDisksTest, OpensEachDiskOnceForReadingAndAsksForGeometryThenLayout)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS,
+          "each of the numbers 0 to 31 is opened once, for reading; size comes before layout");
+
     machine.AddDisk(8 * kMiB);
 
     List();
@@ -200,6 +234,9 @@ TEST_F(ListDisksTest, OpensEachDiskOnceForReadingAndAsksForGeometryThenLayout)
 
 TEST_F(ListDisksTest, SucceedsWhateverFails)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS,
+          "it succeeds whichever call of the system fails, also when all later ones do");
+
     machine.AddDisk(16 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 4 * kMiB}}});
     machine.AddDisk(16 * kMiB).Mbr({.partitions = {{.start = kMiB, .length = 4 * kMiB}}});
 
@@ -218,6 +255,8 @@ TEST_F(ListDisksTest, SucceedsWhateverFails)
 
 TEST_F(ListDisksTest, LosesOnlyTheDiskThatTroubleMeets)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "a disk that does not open is left out, the others are listed");
+
     machine.AddDisk(16 * kMiB);
     machine.AddDisk(16 * kMiB);
     machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "PhysicalDrive0"}, 1, 0xC0000022);

@@ -10,6 +10,9 @@ constexpr uint32_t kLayout = 0x70050;
 
 TEST_F(ListPartitionsTest, DescribesAnNtfsPartitionInFull)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "number, place, type, name, letter, NTFS size, file system, device and volume path are told");
+
     AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
     machine::Volume& volume = *machine.FindVolume(0, kMiB);
     machine.AssignLetter(volume, u'K');
@@ -36,6 +39,8 @@ TEST_F(ListPartitionsTest, DescribesAnNtfsPartitionInFull)
 
 TEST_F(ListPartitionsTest, DescribesAnMbrPartitionByItsTypeByte)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "an MBR partition has its type byte, and zeros for GPT type and name");
+
     machine.AddDisk(64 * kMiB).Mbr({.partitions = {{.start = kMiB, .length = 8 * kMiB, .type = 0x27}}});
 
     const std::vector<KkPartitionInfo> partitions = List(0, 4, kPattern);
@@ -49,6 +54,9 @@ TEST_F(ListPartitionsTest, DescribesAnMbrPartitionByItsTypeByte)
 
 TEST_F(ListPartitionsTest, ListsLogicalDrivesInTableOrderWithoutTheirContainer)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "partitions come in table order, logical drives after the primary ones, without their container");
+
     machine.AddDisk(128 * kMiB)
         .Mbr({.partitions = {{.start = 8 * kMiB, .length = 4 * kMiB, .type = 0x07},
                              {.start = kMiB, .length = 4 * kMiB, .type = 0x0C}},
@@ -67,6 +75,9 @@ TEST_F(ListPartitionsTest, ListsLogicalDrivesInTableOrderWithoutTheirContainer)
 
 TEST_F(ListPartitionsTest, OnlyCountsWithoutRecordsAndLooksAtNoVolume)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "without records, or with a capacity of 0, partitions are counted and no volume is looked at");
+
     AddGptDisk();
 
     EXPECT_EQ(api.listPartitions(0, nullptr, 7, &count), 0);
@@ -81,6 +92,9 @@ TEST_F(ListPartitionsTest, OnlyCountsWithoutRecordsAndLooksAtNoVolume)
 
 TEST_F(ListPartitionsTest, ReportsTheFullNumberWhenFewerRecordsFit)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "with room for fewer records the count is that of all partitions; nothing is written past the room");
+
     AddGptDisk();
     KkPartitionInfo records[2];
     std::memset(static_cast<void*>(records), kPattern, sizeof(records));
@@ -95,6 +109,8 @@ TEST_F(ListPartitionsTest, ReportsTheFullNumberWhenFewerRecordsFit)
 
 TEST_F(ListPartitionsTest, NeedsNoCount)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "the count need not be asked for");
+
     AddGptDisk();
     KkPartitionInfo record = {};
 
@@ -105,6 +121,8 @@ TEST_F(ListPartitionsTest, NeedsNoCount)
 
 TEST_F(ListPartitionsTest, PassesTheOpenFailureOnAndCountsNothing)
 {
+    SHOWS(KkListPartitions, 0xC0000034, "the status of a disk that does not open is passed on; the count is 0");
+
     EXPECT_TRUE(List(5).empty());
 
     EXPECT_EQ(status, Status(0xC0000034));
@@ -113,6 +131,9 @@ TEST_F(ListPartitionsTest, PassesTheOpenFailureOnAndCountsNothing)
 
 TEST_F(ListPartitionsTest, PassesTheSixthLayoutFailureOn)
 {
+    SHOWS(KkListPartitions, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the status of the sixth and last request for the layout is passed on; the count is 0");
+
     AddGptDisk();
     machine.faults.FailFrom({.code = kLayout}, 1, 0xC0000013);
 
@@ -125,6 +146,10 @@ TEST_F(ListPartitionsTest, PassesTheSixthLayoutFailureOn)
 
 TEST_F(ListPartitionsTest, ListsADiskOfUnknownSizeThatTheListOfDisksLeavesOut)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "a disk that does not tell its size is listed all the same");
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS,
+          "a disk that does not tell its size is left out though its partitions can be listed");
+
     AddGptDisk().behaviour.geometryFails = true;
 
     EXPECT_EQ(List(0).size(), 2u);
@@ -135,6 +160,8 @@ TEST_F(ListPartitionsTest, ListsADiskOfUnknownSizeThatTheListOfDisksLeavesOut)
 
 TEST_F(ListPartitionsTest, SucceedsWithNothingOnADiskWithoutATable)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "a disk without a table has 0 partitions");
+
     machine.AddDisk(8 * kMiB);
 
     EXPECT_TRUE(List(0).empty());
@@ -144,6 +171,8 @@ TEST_F(ListPartitionsTest, SucceedsWithNothingOnADiskWithoutATable)
 
 TEST_F(ListPartitionsTest, KeepsAFullPartitionNameWithoutATerminator)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "a name of 36 units has no terminator");
+
     const std::u16string name(36, u'n');
     machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = kMiB, .name = name}}});
 
@@ -154,6 +183,9 @@ TEST_F(ListPartitionsTest, KeepsAFullPartitionNameWithoutATerminator)
 
 TEST_F(ListPartitionsTest, WritesNoRecordWhenThereIsNoMemoryForTheNinthPartition)
 {
+    SHOWS(KkListPartitions, KK_STATUS_NO_MEMORY,
+          "no memory for the list of partitions: no record is written, and the count is 0");
+
     machine::GptTable table;
     for (uint64_t i = 0; i < 9; ++i) {
         table.partitions.push_back({.start = (1 + i) * kMiB, .length = kMiB});
@@ -171,6 +203,11 @@ TEST_F(ListPartitionsTest, WritesNoRecordWhenThereIsNoMemoryForTheNinthPartition
 
 TEST_F(ListPartitionsTest, FailsOnlyForTheLayoutAndForNothingElse)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "what fails after the layout was read only leaves fields empty");
+    SHOWS(KkListPartitions, 0xC0000022, "whichever call fails, only the disk's open decides with its own status");
+    SHOWS(KkListPartitions, KK_STATUS_NO_MEMORY,
+          "whichever allocation fails, only the first three, of the layout, decide");
+
     AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
     machine.AssignLetter(*machine.FindVolume(0, kMiB), u'K');
     machine.HideVolume(*machine.FindVolume(0, 20 * kMiB));
@@ -204,6 +241,11 @@ TEST_F(ListPartitionsTest, FailsOnlyForTheLayoutAndForNothingElse)
 
 TEST_F(ListPartitionsTest, ComesBackWithAStatusWhenEverythingFailsFromSomePointOn)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "when everything fails from some point of the volume look-ups on, the partitions are listed");
+    SHOWS(KkListPartitions,
+          "the count is 0 after each failure and right after each success, wherever everything begins to fail");
+
     AddGptDisk().Format(kMiB, 16 * kMiB, FileSystem::Ntfs);
     std::vector<KkPartitionInfo> records(2);
 

@@ -21,6 +21,9 @@ class MountImageStepsTest : public ScriptedMountTest {};
 
 TEST_F(MountImageTest, AMountedImageIsADiskUntilItIsUnmounted)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "the image is a disk with its volumes until it is unmounted");
+    SHOWS(KkUnmountImage, KK_STATUS_SUCCESS, "the disk is gone, and nothing is left open");
+
     ASSERT_EQ(Mount(), 0);
 
     EXPECT_EQ(diskNumber, 1u);
@@ -35,6 +38,8 @@ TEST_F(MountImageTest, AMountedImageIsADiskUntilItIsUnmounted)
 
 TEST_F(MountImageTest, TheImageOutlivesTheLibrary)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "the disk stays when the library goes");
+
     ASSERT_EQ(Mount(), 0);
 
     library.reset();
@@ -44,6 +49,8 @@ TEST_F(MountImageTest, TheImageOutlivesTheLibrary)
 
 TEST_F(MountImageTest, TheDiskCanBeWritten)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "what is written to the disk changes the image");
+
     ASSERT_EQ(Mount(), 0);
 
     machine.FindDisk(diskNumber)->WriteBytes(2 * kMiB, std::vector<uint8_t>(512, 7));
@@ -55,6 +62,8 @@ TEST_F(MountImageTest, TheDiskCanBeWritten)
 
 TEST_F(MountImageTest, TheSystemMayGiveTheImagesVolumesLetters)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "the system may give the disk's volumes letters");
+
     machine.volumes.SetAutomaticLetters(true);
 
     ASSERT_EQ(Mount(), 0);
@@ -64,6 +73,8 @@ TEST_F(MountImageTest, TheSystemMayGiveTheImagesVolumesLetters)
 
 TEST_F(MountImageTest, AnImageThatIsADiskAlreadyStaysThatDisk)
 {
+    SHOWS(KkMountImage, KK_E_FILE_NOT_FOUND, "the image is attached already, and stays so");
+
     ASSERT_EQ(Mount(), 0);
     diskNumber = kNotWritten;
 
@@ -76,6 +87,9 @@ TEST_F(MountImageTest, AnImageThatIsADiskAlreadyStaysThatDisk)
 
 TEST_F(MountImageTest, WhatIsNoImageIsNotFound)
 {
+    SHOWS(KkMountImage, KK_E_FILE_NOT_FOUND, "the file is missing, no image, a folder, or its name empty");
+    SHOWS(KkUnmountImage, KK_E_FILE_NOT_FOUND, "the file is missing, no image, a folder, or its name empty");
+
     const std::filesystem::path text = folder / "text.vhdx";
     std::ofstream(text) << "no image";
     for (const std::u16string& path :
@@ -88,11 +102,15 @@ TEST_F(MountImageTest, WhatIsNoImageIsNotFound)
 
 TEST_F(MountImageTest, AnImageThatIsNoDiskCannotBeUnmounted)
 {
+    SHOWS(KkUnmountImage, 0x80070015, "the image is not attached");
+
     EXPECT_EQ(Unmount(), Status(0x80070015));
 }
 
 TEST_F(MountImageTest, ADiskThatDoesNotLetGoStays)
 {
+    SHOWS(KkUnmountImage, 0x800700AA, "the service does not detach the disk, which stays");
+
     ASSERT_EQ(Mount(), 0);
     virtualDisks.behaviour.detachFailure = 170;
 
@@ -103,6 +121,8 @@ TEST_F(MountImageTest, ADiskThatDoesNotLetGoStays)
 
 TEST_F(MountImageTest, AnImageWhoseDiskHasNoNameStaysMounted)
 {
+    SHOWS(KkMountImage, 0x80070037, "the disk's name cannot be learnt; the image is attached all the same");
+
     virtualDisks.behaviour.pathFailure = 55;
 
     EXPECT_EQ(Mount(), Status(0x80070037));
@@ -114,6 +134,8 @@ TEST_F(MountImageTest, AnImageWhoseDiskHasNoNameStaysMounted)
 
 TEST_F(MountImageStepsTest, AnImageOfAnyFormatIsOpenedAndAttachedForGood)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "an image of any format is opened and attached for good");
+
     EXPECT_EQ(Mount(), 0);
 
     EXPECT_THAT(service.log,
@@ -128,6 +150,8 @@ TEST_F(MountImageStepsTest, AnImageOfAnyFormatIsOpenedAndAttachedForGood)
 
 TEST_F(MountImageStepsTest, AnImageIsOpenedToDetachItsDisk)
 {
+    SHOWS(KkUnmountImage, KK_STATUS_SUCCESS, "the image is opened to detach its disk");
+
     EXPECT_EQ(Unmount(), 0);
 
     EXPECT_THAT(service.log, ElementsAre("Open 262144 0 null", "Detach image 0 0", "Close"));
@@ -138,6 +162,9 @@ TEST_F(MountImageStepsTest, AnImageIsOpenedToDetachItsDisk)
 
 TEST_F(MountImageStepsTest, AllReasonsNotToOpenAreOne)
 {
+    SHOWS(KkMountImage, KK_E_FILE_NOT_FOUND, "all errors of the service's open are one");
+    SHOWS(KkUnmountImage, KK_E_FILE_NOT_FOUND, "all errors of the service's open are one");
+
     for (const ServiceError& each : kServiceErrors) {
         service.openError = each.error;
 
@@ -150,6 +177,9 @@ TEST_F(MountImageStepsTest, AllReasonsNotToOpenAreOne)
 
 TEST_F(MountImageStepsTest, AnOpenThatGivesNoHandleIsAFailure)
 {
+    SHOWS(KkMountImage, KK_E_FILE_NOT_FOUND, "an open that succeeds without a handle is a failure");
+    SHOWS(KkUnmountImage, KK_E_FILE_NOT_FOUND, "an open that succeeds without a handle is a failure");
+
     service.givesHandles = false;
 
     EXPECT_EQ(Mount(), Status(0x80070002));
@@ -161,6 +191,9 @@ TEST_F(MountImageStepsTest, AnOpenThatGivesNoHandleIsAFailure)
 
 TEST_F(MountImageStepsTest, WhatAFailedOpenLeavesIsNoHandle)
 {
+    SHOWS(KkMountImage, KK_E_FILE_NOT_FOUND, "what a failed open left in the handle's place is not used or closed");
+    SHOWS(KkUnmountImage, KK_E_FILE_NOT_FOUND, "what a failed open left in the handle's place is not used or closed");
+
     service.openError = 5;
 
     EXPECT_EQ(Mount(), Status(0x80070002));
@@ -171,6 +204,10 @@ TEST_F(MountImageStepsTest, WhatAFailedOpenLeavesIsNoHandle)
 
 TEST_F(MountImageStepsTest, AFailedAttachmentIsToldAndItsHandleClosed)
 {
+    SHOWS(KkMountImage, 0x80070001, "the low 16 bits of the error of the attachment are told; the handle is closed");
+    SHOWS(KkMountImage, 0x80070000, "an error whose low 16 bits are 0 is a failure all the same");
+    SHOWS(KkMountImage, KK_E_ACCESSDENIED, "the service refuses the attachment");
+
     for (const ServiceError& each : kServiceErrors) {
         service.attachError = each.error;
         service.log.clear();
@@ -184,6 +221,8 @@ TEST_F(MountImageStepsTest, AFailedAttachmentIsToldAndItsHandleClosed)
 
 TEST_F(MountImageStepsTest, AMissingPhysicalPathIsToldAndTheHandleClosed)
 {
+    SHOWS(KkMountImage, 0x80070015, "the low 16 bits of the error of the disk's name are told; the handle is closed");
+
     for (const ServiceError& each : kServiceErrors) {
         service.pathError = each.error;
         service.log.clear();
@@ -198,6 +237,9 @@ TEST_F(MountImageStepsTest, AMissingPhysicalPathIsToldAndTheHandleClosed)
 
 TEST_F(MountImageStepsTest, AFailedDetachmentIsToldAndItsHandleClosed)
 {
+    SHOWS(KkUnmountImage, 0x80070001, "the low 16 bits of the error of the detachment are told; the handle is closed");
+    SHOWS(KkUnmountImage, KK_E_ACCESSDENIED, "the service refuses the detachment");
+
     for (const ServiceError& each : kServiceErrors) {
         service.detachError = each.error;
         service.log.clear();
@@ -210,6 +252,9 @@ TEST_F(MountImageStepsTest, AFailedDetachmentIsToldAndItsHandleClosed)
 
 TEST_F(MountImageStepsTest, TheDigitsAtThePathsEndAreTheDisksNumber)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS,
+          "the number is read from the digits at the end of the disk's name, cut to 32 bits");
+
     const std::pair<std::u16string, uint32_t> cases[] = {
         {u"\\\\.\\PhysicalDrive12", 12},
         {u"\\\\.\\PhysicalDrive0", 0},
@@ -235,6 +280,8 @@ TEST_F(MountImageStepsTest, TheDigitsAtThePathsEndAreTheDisksNumber)
 
 TEST_F(MountImageStepsTest, APathWithoutANumberAtItsEndLeavesTheNumberAlone)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "a disk's name without a number at its end leaves the number untouched");
+
     for (const std::u16string path : {u"", u"\\\\.\\PhysicalDrive", u"12 ", u"5/", u"5:", u"5\uFF11"}) {
         service.path = path;
 
@@ -246,6 +293,9 @@ TEST_F(MountImageStepsTest, APathWithoutANumberAtItsEndLeavesTheNumberAlone)
 
 TEST_F(MountImageStepsTest, APathThatFillsItsBufferEndsOneUnitBeforeTheBuffersEnd)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS,
+          "a disk's name that fills its buffer is cut one unit before the buffer's end");
+
     service.terminates = false;
     service.path = std::u16string(509, u'p') + u"345";
 
@@ -256,6 +306,8 @@ TEST_F(MountImageStepsTest, APathThatFillsItsBufferEndsOneUnitBeforeTheBuffersEn
 
 TEST_F(MountImageStepsTest, AShortPathWithoutATerminatorEndsWhereItEnds)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "a disk's name without a terminator ends where it ends");
+
     service.terminates = false;
     service.path = u"PhysicalDrive34";
 
@@ -266,6 +318,8 @@ TEST_F(MountImageStepsTest, AShortPathWithoutATerminatorEndsWhereItEnds)
 
 TEST_F(MountImageStepsTest, TheNumberNeedNotBeWanted)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "the number need not be asked for");
+
     EXPECT_EQ(api.mountImage(u"image.vhdx", nullptr), 0);
 
     EXPECT_EQ(service.log.back(), "Close");
@@ -273,6 +327,9 @@ TEST_F(MountImageStepsTest, TheNumberNeedNotBeWanted)
 
 TEST_F(MountImageStepsTest, AMissingPathIsRefusedBeforeTheServiceIsAsked)
 {
+    SHOWS(KkMountImage, KK_STATUS_INVALID_PARAMETER, "the path is null; the service is not asked");
+    SHOWS(KkUnmountImage, KK_STATUS_INVALID_PARAMETER, "the path is null; the service is not asked");
+
     EXPECT_EQ(api.mountImage(nullptr, &diskNumber), Status(0xC000000D));
     EXPECT_EQ(api.unmountImage(nullptr), Status(0xC000000D));
 

@@ -29,6 +29,10 @@ class OverlayStepsTest : public ScriptedMountTest {};
 
 TEST_F(OverlayTest, ChangesGoToTheOverlayAndAreGoneWithIt)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS,
+          "what is written to the disk goes into the overlay; the image does not change");
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "disk and overlay file are gone, with all that was written");
+
     ASSERT_EQ(MountOverlay(), 0);
     EXPECT_EQ(diskNumber, 1u);
     EXPECT_THAT(Attached(), ElementsAre(OverlayPath()));
@@ -48,6 +52,9 @@ TEST_F(OverlayTest, ChangesGoToTheOverlayAndAreGoneWithIt)
 
 TEST_F(OverlayTest, AnUnmountedOverlayCanBeMountedAsAnImageAgain)
 {
+    SHOWS(KkUnmountImage, KK_STATUS_SUCCESS, "an overlay's file stays when it is unmounted");
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "an unmounted overlay can be attached as an image");
+
     ASSERT_EQ(MountOverlay(), 0);
     machine.FindDisk(1)->WriteBytes(kMiB, std::vector<uint8_t>(512, 0x22));
     ASSERT_EQ(api.unmountImage(WindowsPath(OverlayPath()).c_str()), 0);
@@ -61,6 +68,8 @@ TEST_F(OverlayTest, AnUnmountedOverlayCanBeMountedAsAnImageAgain)
 
 TEST_F(OverlayTest, AMountedOverlayOutlivesTheLibrary)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS, "the disk stays when the library goes");
+
     ASSERT_EQ(MountOverlay(), 0);
 
     library.reset();
@@ -70,6 +79,8 @@ TEST_F(OverlayTest, AMountedOverlayOutlivesTheLibrary)
 
 TEST_F(OverlayTest, TheVolumesOfAnOverlayMayGetLetters)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS, "the system may give the disk's volumes letters");
+
     machine::WriteGptTable(*images->ImageBytes(ImagePath()), 512, {.partitions = {{.start = kMiB, .length = kMiB}}});
     machine.volumes.SetAutomaticLetters(true);
 
@@ -80,6 +91,8 @@ TEST_F(OverlayTest, TheVolumesOfAnOverlayMayGetLetters)
 
 TEST_F(OverlayTest, AFileThatIsThereIsNeverReused)
 {
+    SHOWS(KkMountImageOverlay, 0x80070050, "the overlay's file exists; it is not touched");
+
     std::ofstream(OverlayPath()) << "somebody's";
 
     EXPECT_EQ(MountOverlay(), Status(0x80070050));
@@ -91,6 +104,8 @@ TEST_F(OverlayTest, AFileThatIsThereIsNeverReused)
 
 TEST_F(OverlayTest, AnOverlayThatIsMountedIsNotMadeAnew)
 {
+    SHOWS(KkMountImageOverlay, 0x80070050, "the overlay is mounted already, and stays so");
+
     ASSERT_EQ(MountOverlay(), 0);
 
     EXPECT_EQ(MountOverlay(), Status(0x80070050));
@@ -100,6 +115,9 @@ TEST_F(OverlayTest, AnOverlayThatIsMountedIsNotMadeAnew)
 
 TEST_F(OverlayTest, AnImageThatIsMountedOrMissingCarriesNoOverlay)
 {
+    SHOWS(KkMountImageOverlay, 0x80070020, "the image is attached; no overlay is made");
+    SHOWS(KkMountImageOverlay, KK_E_FILE_NOT_FOUND, "the image does not exist; no overlay is made");
+
     ASSERT_EQ(Mount(), 0);
     EXPECT_EQ(MountOverlay(), Status(0x80070020));
     EXPECT_FALSE(HasOverlayFile());
@@ -112,6 +130,9 @@ TEST_F(OverlayTest, AnImageThatIsMountedOrMissingCarriesNoOverlay)
 
 TEST_F(OverlayTest, AnOverlayThatCannotBeAttachedIsLeftToItsOwner)
 {
+    SHOWS(KkMountImageOverlay, 0x80070522, "the overlay cannot be attached; its file stays");
+    SHOWS(KkDiscardOverlay, 0x80070015, "the overlay was not attached; its file is deleted");
+
     machine.faults.Fail({.name = "AttachVirtualDisk"}, 1, 1314);
 
     EXPECT_EQ(MountOverlay(), Status(0x80070522));
@@ -125,6 +146,9 @@ TEST_F(OverlayTest, AnOverlayThatCannotBeAttachedIsLeftToItsOwner)
 
 TEST_F(OverlayTest, AnOverlayWhoseDiskHasNoNameStaysMounted)
 {
+    SHOWS(KkMountImageOverlay, 0x80070037, "the disk's name cannot be learnt; the overlay is attached all the same");
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "an overlay whose disk has no name can be discarded");
+
     virtualDisks.behaviour.pathFailure = 55;
 
     EXPECT_EQ(MountOverlay(), Status(0x80070037));
@@ -136,6 +160,8 @@ TEST_F(OverlayTest, AnOverlayWhoseDiskHasNoNameStaysMounted)
 
 TEST_F(OverlayTest, DiscardingDetachesFirstAndThenDeletes)
 {
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "the disk is detached before the file is deleted");
+
     ASSERT_EQ(MountOverlay(), 0);
     machine.journal.Clear();
 
@@ -158,6 +184,9 @@ TEST_F(OverlayTest, DiscardingDetachesFirstAndThenDeletes)
 
 TEST_F(OverlayTest, WhatIsNotMountedIsDeletedAllTheSame)
 {
+    SHOWS(KkDiscardOverlay, KK_E_FILE_NOT_FOUND,
+          "what is no image is deleted all the same, and a missing file is no other failure");
+
     std::ofstream(OverlayPath()) << "left over";
 
     EXPECT_EQ(Discard(), Status(0x80070002)) << "no image at all";
@@ -168,6 +197,8 @@ TEST_F(OverlayTest, WhatIsNotMountedIsDeletedAllTheSame)
 
 TEST_F(OverlayTest, AnOverlayThatDoesNotLetGoStays)
 {
+    SHOWS(KkDiscardOverlay, 0x800700AA, "the service does not detach the disk; deleting the file is tried");
+
     ASSERT_EQ(MountOverlay(), 0);
     virtualDisks.behaviour.detachFailure = 170;
     machine.journal.Clear();
@@ -181,6 +212,8 @@ TEST_F(OverlayTest, AnOverlayThatDoesNotLetGoStays)
 
 TEST_F(OverlayTest, AFileThatCannotBeDeletedIsNoFailure)
 {
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "a file that cannot be deleted does not matter");
+
     ASSERT_EQ(MountOverlay(), 0);
     machine.faults.Fail({.kind = CallKind::CreateFile}, 1, 0xC0000022);
 
@@ -192,6 +225,8 @@ TEST_F(OverlayTest, AFileThatCannotBeDeletedIsNoFailure)
 
 TEST_F(OverlayTest, AFolderIsNotDeleted)
 {
+    SHOWS(KkDiscardOverlay, KK_E_FILE_NOT_FOUND, "a folder is not deleted");
+
     std::filesystem::create_directory(OverlayPath());
 
     EXPECT_EQ(Discard(), Status(0x80070002));
@@ -201,6 +236,8 @@ TEST_F(OverlayTest, AFolderIsNotDeleted)
 
 TEST_F(OverlayStepsTest, AnOverlayIsCreatedOverItsParentAndAttachedForGood)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS, "the overlay is created over its parent and attached for good");
+
     EXPECT_EQ(MountOverlay(), 0);
 
     EXPECT_THAT(service.log, ElementsAre("Create 0 null 0 0 null", "Attach image null 4 0 pointer null",
@@ -214,6 +251,8 @@ TEST_F(OverlayStepsTest, AnOverlayIsCreatedOverItsParentAndAttachedForGood)
 
 TEST_F(OverlayStepsTest, AllButTheParentIsInherited)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS, "sizes and identifiers are inherited from the parent");
+
     EXPECT_EQ(MountOverlay(), 0);
 
     constexpr size_t kParentPath = 48;
@@ -228,6 +267,9 @@ TEST_F(OverlayStepsTest, AllButTheParentIsInherited)
 
 TEST_F(OverlayStepsTest, AFailedCreationIsTold)
 {
+    SHOWS(KkMountImageOverlay, 0x80070001, "the low 16 bits of the error of the creation are told");
+    SHOWS(KkMountImageOverlay, KK_E_ACCESSDENIED, "the service refuses the creation");
+
     for (const ServiceError& each : kServiceErrors) {
         service.createError = each.error;
         service.log.clear();
@@ -241,6 +283,8 @@ TEST_F(OverlayStepsTest, AFailedCreationIsTold)
 
 TEST_F(OverlayStepsTest, ACreationThatGivesNoHandleIsAFailure)
 {
+    SHOWS(KkMountImageOverlay, 0x80070001, "a creation that succeeds without a handle is a failure");
+
     service.givesHandles = false;
 
     EXPECT_EQ(MountOverlay(), Status(0x80070001));
@@ -251,6 +295,9 @@ TEST_F(OverlayStepsTest, ACreationThatGivesNoHandleIsAFailure)
 
 TEST_F(OverlayStepsTest, AFailedAttachmentOrAMissingPathIsToldAndTheHandleClosed)
 {
+    SHOWS(KkMountImageOverlay, 0x80070015,
+          "the low 16 bits of the error of attachment or name are told; the handle is closed");
+
     for (const ServiceError& each : kServiceErrors) {
         service.attachError = each.error;
         service.log.clear();
@@ -270,6 +317,9 @@ TEST_F(OverlayStepsTest, AFailedAttachmentOrAMissingPathIsToldAndTheHandleClosed
 
 TEST_F(OverlayStepsTest, TheNumberNeedNotBeWantedNorTold)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS,
+          "the number need not be asked for, and stays untouched when the disk's name has none");
+
     EXPECT_EQ(api.mountImageOverlay(u"parent", u"overlay", nullptr), 0);
 
     service.path = u"no number";
@@ -279,6 +329,10 @@ TEST_F(OverlayStepsTest, TheNumberNeedNotBeWantedNorTold)
 
 TEST_F(OverlayStepsTest, MissingPathsAreRefusedBeforeTheServiceIsAsked)
 {
+    SHOWS(KkMountImageOverlay, KK_STATUS_INVALID_PARAMETER, "a path is null; the service is not asked");
+    SHOWS(KkDiscardOverlay, KK_STATUS_INVALID_PARAMETER,
+          "the path is null; neither the service is asked nor a file deleted");
+
     EXPECT_EQ(api.mountImageOverlay(nullptr, u"overlay", &diskNumber), Status(0xC000000D));
     EXPECT_EQ(api.mountImageOverlay(u"parent", nullptr, &diskNumber), Status(0xC000000D));
     EXPECT_EQ(api.discardOverlay(nullptr), Status(0xC000000D));
@@ -289,6 +343,8 @@ TEST_F(OverlayStepsTest, MissingPathsAreRefusedBeforeTheServiceIsAsked)
 
 TEST_F(OverlayStepsTest, ThePathIsPrefixedWhateverItLooksLike)
 {
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "the path is taken as one without a prefix, whatever it looks like");
+
     for (const std::string path : {"", "x.avhdx", "\\\\?\\Z:\\x", "\\??\\Z:\\x", "\\\\.\\Z:\\x", "\\\\server\\x"}) {
         machine.journal.Clear();
 
@@ -300,6 +356,9 @@ TEST_F(OverlayStepsTest, ThePathIsPrefixedWhateverItLooksLike)
 
 TEST_F(OverlayStepsTest, TheNameOfTheFileIsCutAt1023Units)
 {
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS,
+          "the name of the file to delete is cut to 1023 units; the service gets all of it");
+
     for (const size_t units : {1018u, 1019u, 1020u, 3000u}) {
         machine.journal.Clear();
 
@@ -313,6 +372,10 @@ TEST_F(OverlayStepsTest, TheNameOfTheFileIsCutAt1023Units)
 
 TEST_F(OverlayStepsTest, TheFileGoesWhateverTheServiceAnswers)
 {
+    SHOWS(KkDiscardOverlay, 0x80070015, "the low 16 bits of the error of the detachment are told; the file is deleted");
+    SHOWS(KkDiscardOverlay, KK_E_FILE_NOT_FOUND, "the service does not open the file; it is deleted");
+    SHOWS(KkDiscardOverlay, KK_E_ACCESSDENIED, "the service refuses the detachment; the file is deleted");
+
     for (const ServiceError& each : kServiceErrors) {
         std::ofstream(OverlayPath()) << "left over";
         service.detachError = each.error;

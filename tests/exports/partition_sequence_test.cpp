@@ -264,31 +264,70 @@ private:
 
 TEST_F(PartitionSequenceTest, OnGptDisksWithSmallSectors)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on GPT disks, as a model and other tools have it");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on GPT disks, as a model and other tools have it");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on GPT disks, as a model and other tools have it");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on GPT disks, as a model and other tools have it");
+
     Run(kSmallGpt, 1200);
 }
 
 TEST_F(PartitionSequenceTest, OnGptDisksWithLargeSectors)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+
     Run(kLargeGpt, 600);
 }
 
 TEST_F(PartitionSequenceTest, OnMbrDisksWithSmallSectors)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on MBR disks, as a model and other tools have it");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on MBR disks, as a model and other tools have it");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on MBR disks, as a model and other tools have it");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on MBR disks, as a model and other tools have it");
+
     Run(kSmallMbr, 1200);
 }
 
 TEST_F(PartitionSequenceTest, OnMbrDisksWithLargeSectors)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+
     Run(kLargeMbr, 600);
 }
 
 TEST_F(PartitionSequenceTest, WithFileSystemsOnAGptDisk)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "random sequences with NTFS: it grows with its partition, as NTFS tools have it");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "random sequences with NTFS: it shrinks with its partition, as NTFS tools have it");
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "random sequences of formats and edits leave sound file systems");
+
     Run(kSmallGpt, 400, true);
 }
 
 TEST_F(PartitionSequenceTest, WithFileSystemsOnAnMbrDiskWithLargeSectors)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "random sequences with NTFS on an MBR disk with sectors of 4096 bytes");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "random sequences with NTFS on an MBR disk with sectors of 4096 bytes");
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS,
+          "random sequences of formats and edits on an MBR disk with sectors of 4096 bytes");
+
     Run(kLargeMbr, 200, true);
 }
 

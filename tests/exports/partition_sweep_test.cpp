@@ -135,6 +135,12 @@ private:
 
 TEST_F(PartitionSweepTest, Creating)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "what only tells the system of the change may fail");
+    SHOWS(KkCreatePartition, KK_STATUS_NO_MEMORY,
+          "whichever allocation fails, nothing is left open, and the table is written as far as its writes "
+          "succeeded");
+    SHOWS(KkCreatePartition, KK_STATUS_BUFFER_TOO_SMALL, "the disk does not tell its size");
+
     for (const DiskKind& each : kKinds) {
         kind = each;
         AddDisk(kind, {{kStart, 4 * kMiB}});
@@ -151,6 +157,10 @@ TEST_F(PartitionSweepTest, Creating)
 
 TEST_F(PartitionSweepTest, Deleting)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "what concerns the volume or only tells the system of the change may fail");
+    SHOWS(KkDeletePartition, KK_STATUS_NO_MEMORY, "whichever allocation for the table fails, nothing is left open");
+
     for (const DiskKind& each : kKinds) {
         kind = each;
         AddDisk(kind, {{kStart, 4 * kMiB}, {8 * kMiB, 8 * kMiB}});
@@ -171,6 +181,11 @@ TEST_F(PartitionSweepTest, Deleting)
 
 TEST_F(PartitionSweepTest, Extending)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "what comes after the partition has grown may fail");
+    SHOWS(KkExtendPartition, KK_STATUS_NO_MEMORY,
+          "whichever allocation for the disk fails, the partition keeps its size");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL, "the disk does not tell its size");
+
     for (const DiskKind& each : kKinds) {
         kind = each;
         AddDisk(kind, {{kStart, 4 * kMiB}});
@@ -204,6 +219,12 @@ int32_t OwedByShrinking(const CallRecord& call, const Before& before, FaultMode 
 
 TEST_F(PartitionSweepTest, Shrinking)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "what concerns the letter, the second look or telling the system may fail");
+    SHOWS(KkShrinkPartition, KK_STATUS_NO_MEMORY,
+          "whichever allocation fails, the table never shrinks before the file system");
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER, "the volume is not found because of a call that fails");
+
     for (const DiskKind& each : kKinds) {
         kind = each;
         AddDisk(kind, {{kStart, 8 * kMiB}});

@@ -86,6 +86,8 @@ class QueryDiskImageScriptedTest : public ScriptedMountTest {};
 
 TEST_F(QueryDiskImageTest, AnImagesDiskTellsWhichFileItShows)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "an attached image's disk tells the file that it shows");
+
     const DiskAnswer answer = Ask(api, 1);
 
     EXPECT_EQ(answer.isImage, 1u);
@@ -95,6 +97,8 @@ TEST_F(QueryDiskImageTest, AnImagesDiskTellsWhichFileItShows)
 
 TEST_F(QueryDiskImageTest, AnOverlaysDiskTellsOfTheOverlay)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "an overlay's disk tells the overlay");
+
     ASSERT_EQ(Unmount(), 0);
     ASSERT_EQ(MountOverlay(), 0);
 
@@ -103,6 +107,8 @@ TEST_F(QueryDiskImageTest, AnOverlaysDiskTellsOfTheOverlay)
 
 TEST_F(QueryDiskImageTest, ARealDiskAndAMissingOneShowNoImage)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "real and missing disks show no image");
+
     ExpectNoImage(0);
     ExpectNoImage(2);
     ExpectNoImage(0xFFFFFFFF);
@@ -110,6 +116,8 @@ TEST_F(QueryDiskImageTest, ARealDiskAndAMissingOneShowNoImage)
 
 TEST_F(QueryDiskImageTest, ADiskIsNoImageAnyMoreOnceItIsUnmounted)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "a disk shows no image once that is unmounted");
+
     ASSERT_EQ(Unmount(), 0);
 
     ExpectNoImage();
@@ -117,6 +125,8 @@ TEST_F(QueryDiskImageTest, ADiskIsNoImageAnyMoreOnceItIsUnmounted)
 
 TEST_F(QueryDiskImageTest, TheDiskIsOpenedWithNoRightButToAskAndClosed)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "the disk is opened with no right but to ask, and closed");
+
     (void)Ask(api, 1);
 
     const auto opens = machine.journal.FindAll({.kind = CallKind::CreateFile});
@@ -139,6 +149,8 @@ TEST_F(QueryDiskImageTest, TheDiskIsOpenedWithNoRightButToAskAndClosed)
 
 TEST_F(QueryDiskImageTest, TheDisksNumberIsWrittenOutInFull)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "disk numbers of up to 32 bits are written out in full");
+
     for (const uint32_t disk : {0u, 10u, 4294967295u}) {
         machine.journal.Clear();
 
@@ -151,6 +163,8 @@ TEST_F(QueryDiskImageTest, TheDisksNumberIsWrittenOutInFull)
 
 TEST_F(QueryDiskImageTest, VolumeAndPathAreJoinedByOneBackslash)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "volume and path are joined by one backslash");
+
     EXPECT_EQ(PathOf({.hostVolumeName = u"V:", .relativePath = u"\\f"}), u"V:\\f");
     EXPECT_EQ(PathOf({.hostVolumeName = u"V:\\", .relativePath = u"\\f"}), u"V:\\f");
     EXPECT_EQ(PathOf({.hostVolumeName = u"V:\\", .relativePath = u"f"}), u"V:\\f");
@@ -161,6 +175,9 @@ TEST_F(QueryDiskImageTest, VolumeAndPathAreJoinedByOneBackslash)
 
 TEST_F(QueryDiskImageTest, WhatIsMissingIsLeftOut)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS,
+          "what the service does not tell is left out; its name of the device comes last");
+
     const std::u16string device = u"device";
     const std::u16string host = u"V:\\";
     const std::u16string path = u"\\f";
@@ -177,6 +194,8 @@ TEST_F(QueryDiskImageTest, WhatIsMissingIsLeftOut)
 
 TEST_F(QueryDiskImageTest, APathThatDoesNotFitIsCut)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "a path that does not fit is cut, and terminated");
+
     const machine::DependencyTexts apart = {.hostVolumeName = u"VV", .relativePath = u"ffff"};
     const std::u16string whole = u"VV\\ffff";
     for (uint32_t capacity = 1; capacity <= whole.size() + 2; ++capacity) {
@@ -190,6 +209,8 @@ TEST_F(QueryDiskImageTest, APathThatDoesNotFitIsCut)
 
 TEST_F(QueryDiskImageTest, WithoutRoomForAPathNoneIsWritten)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "without room for the path nothing is written there");
+
     const DiskAnswer answer = Ask(api, 1, 0);
 
     EXPECT_EQ(answer.isImage, 1u);
@@ -199,6 +220,8 @@ TEST_F(QueryDiskImageTest, WithoutRoomForAPathNoneIsWritten)
 
 TEST_F(QueryDiskImageTest, EachOutputIsOptional)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "each output is optional");
+
     uint32_t isImage = 7;
     std::u16string path(300, kFiller);
 
@@ -213,6 +236,9 @@ TEST_F(QueryDiskImageTest, EachOutputIsOptional)
 
 TEST_F(QueryDiskImageTest, AnAnswerThatDoesNotFitIsAskedForAgainWithTheRoomThatItNeeds)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS,
+          "an answer that does not fit is asked for again with the room that it needs");
+
     deviation.refusals = 1;
     // The room itself grows to twice as much at least; the query is told what is needed.
     const std::pair<uint32_t, uint64_t> cases[] = {{2121, 4240}, {4240, 4240}, {4241, 4241}, {100000, 100000}};
@@ -230,6 +256,8 @@ TEST_F(QueryDiskImageTest, AnAnswerThatDoesNotFitIsAskedForAgainWithTheRoomThatI
 
 TEST_F(QueryDiskImageTest, ALongAnswerIsUnderstood)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "a path of 4000 units is told");
+
     const std::u16string path = u"\\" + std::u16string(4000, u'x');
 
     EXPECT_EQ(PathOf({.hostVolumeName = u"V:", .relativePath = path}, 5000), u"V:" + path);
@@ -239,6 +267,8 @@ TEST_F(QueryDiskImageTest, ALongAnswerIsUnderstood)
 
 TEST_F(QueryDiskImageTest, ASecondRefusalEndsIt)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "an answer that does not fit the second time means no image");
+
     deviation.refusals = 2;
     deviation.neededBytes = 5000;
 
@@ -249,6 +279,8 @@ TEST_F(QueryDiskImageTest, ASecondRefusalEndsIt)
 
 TEST_F(QueryDiskImageTest, ARefusalThatDoesNotAskForMoreEndsIt)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "a service that wants more room without saying how much means no image");
+
     for (const uint32_t needed : {0u, 8u, kUsualRoom - 1, kUsualRoom}) {
         machine.journal.Clear();
         deviation.refusals = 1;
@@ -262,6 +294,8 @@ TEST_F(QueryDiskImageTest, ARefusalThatDoesNotAskForMoreEndsIt)
 
 TEST_F(QueryDiskImageTest, RoomThatThereIsNotEndsIt)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "no memory means no image");
+
     machine.faults.Fail({.kind = CallKind::Allocate}, 1, 0);
     ExpectNoImage();
     EXPECT_THAT(QueryLengths(), IsEmpty());
@@ -276,6 +310,8 @@ TEST_F(QueryDiskImageTest, RoomThatThereIsNotEndsIt)
 
 TEST_F(QueryDiskImageTest, AFailedQueryOrAnEmptyAnswerMeansNoImage)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "a failing question, or an answer without entries, means no image");
+
     deviation.hasNoEntries = true;
     ExpectNoImage();
 
@@ -287,6 +323,8 @@ TEST_F(QueryDiskImageTest, AFailedQueryOrAnEmptyAnswerMeansNoImage)
 
 TEST_F(QueryDiskImageTest, ADiskThatDoesNotOpenIsNotAskedAnything)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "a disk that does not open shows no image");
+
     machine.faults.Fail({.kind = CallKind::CreateFile}, 1, 0xC0000022);
 
     ExpectNoImage();
@@ -304,6 +342,8 @@ bool IsBlankRequest(const StorageDependencyInfo* answer, uint32_t size)
 
 TEST_F(QueryDiskImageScriptedTest, EveryQueryFindsABlankRecord)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "each question is put with a blank record");
+
     size_t queries = 0;
     service.answerDependencies = [&](StorageDependencyInfo* answer, uint32_t size, uint32_t* sizeUsed) {
         EXPECT_TRUE(IsBlankRequest(answer, size));
@@ -322,6 +362,8 @@ TEST_F(QueryDiskImageScriptedTest, EveryQueryFindsABlankRecord)
 
 TEST_F(QueryDiskImageScriptedTest, OnlyTheFirstOfManyEntriesCounts)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "the first entry of the answer counts");
+
     service.answerDependencies = [](StorageDependencyInfo* answer, uint32_t, uint32_t* sizeUsed) {
         auto* const entries = reinterpret_cast<StorageDependencyEntry*>(answer + 1);
         answer->numberEntries = 0xFFFFFFFF;
@@ -339,6 +381,8 @@ TEST_F(QueryDiskImageScriptedTest, OnlyTheFirstOfManyEntriesCounts)
 
 TEST_F(QueryDiskImageScriptedTest, EntriesOfAFailedQueryDoNotCount)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "entries of a failed question do not count");
+
     service.answerDependencies = [](StorageDependencyInfo* answer, uint32_t, uint32_t*) {
         answer->numberEntries = 1;
         reinterpret_cast<StorageDependencyEntry*>(answer + 1)->hostVolumeName = u"first";
@@ -353,6 +397,8 @@ TEST_F(QueryDiskImageScriptedTest, EntriesOfAFailedQueryDoNotCount)
 
 TEST_F(QueryDiskImageScriptedTest, TheTextsOfTheSecondAnswerCount)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "the texts of the second answer count");
+
     bool isFirst = true;
     service.answerDependencies = [&isFirst](StorageDependencyInfo* answer, uint32_t, uint32_t* sizeUsed) {
         answer->numberEntries = 1;
@@ -366,6 +412,8 @@ TEST_F(QueryDiskImageScriptedTest, TheTextsOfTheSecondAnswerCount)
 
 TEST_F(QueryDiskImageScriptedTest, ASizeThatIsNotToldIsNoReasonToAskAgain)
 {
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "a size that is not told is no reason to ask again");
+
     service.answerDependencies = [](auto...) { return kTooSmall; };
 
     EXPECT_EQ(Ask(api, 0).isImage, 0u);

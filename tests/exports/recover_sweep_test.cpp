@@ -127,6 +127,14 @@ protected:
 
 TEST_F(RecoverSweepTest, EveryFailureIsToldAndClearedAway)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS,
+          "whatever fails, overlay and image are left as the calls that succeeded leave them");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_NO_MEMORY, "no memory for the lists of partitions");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_UNSUCCESSFUL, "the image cannot be inspected or the target disk listed");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_NOT_FOUND, "the library or an entry point that is needed cannot be had");
+    SHOWS(KkRecoverShrinkToFit, 0x8007001F,
+          "the virtual-disk service fails to create, attach or name the overlay's disk");
+
     const std::shared_ptr<machine::TrackedStorage> image = images->ImageBytes(imagePath);
     const size_t writes = image->WriteSizes().size();
     for (const FaultMode mode : {FaultMode::OneCall, FaultMode::ThatCallAndAllLater, FaultMode::TwoCalls}) {

@@ -81,6 +81,9 @@ private:
 
 TEST_F(RecoverShrinkToFitTest, ALargerPartitionIsShrunkInAnOverlayAndCloned)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS,
+          "a larger partition is shrunk in an overlay and cloned; the overlay is gone afterwards");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
 
@@ -95,6 +98,8 @@ TEST_F(RecoverShrinkToFitTest, ALargerPartitionIsShrunkInAnOverlayAndCloned)
 
 TEST_F(RecoverShrinkToFitTest, APartitionThatFitsIsClonedAsItIs)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "a partition that fits is cloned as it is");
+
     AddTarget(4 * kMiB);
     for (const uint64_t length : {4 * kMiB, 3 * kMiB}) {
         MakeImage(length);
@@ -108,6 +113,9 @@ TEST_F(RecoverShrinkToFitTest, APartitionThatFitsIsClonedAsItIs)
 
 TEST_F(RecoverShrinkToFitTest, OneSectorTooManyIsShrunk)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_BUFFER_TOO_SMALL,
+          "a partition too long by less than 1 MiB keeps its length, and without NTFS does not fit");
+
     AddTarget(4 * kMiB);
     MakeImage(4 * kMiB + 512);
 
@@ -120,6 +128,8 @@ TEST_F(RecoverShrinkToFitTest, OneSectorTooManyIsShrunk)
 
 TEST_F(RecoverShrinkToFitTest, ATargetOf128MiBIsAimedAtExactly)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "a target of 128 MiB is aimed at exactly");
+
     AddTarget(128 * kMiB);
     MakeImage(140 * kMiB);
 
@@ -131,6 +141,8 @@ TEST_F(RecoverShrinkToFitTest, ATargetOf128MiBIsAimedAtExactly)
 
 TEST_F(RecoverShrinkToFitTest, ALargerTargetIsAimedAtWith64MiBToSpare)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "a larger target is aimed at with 64 MiB to spare");
+
     AddTarget(129 * kMiB);
     MakeImage(140 * kMiB);
     // One byte more than 128 MiB; what is asked of the file system is rounded up to a whole MiB.
@@ -144,6 +156,9 @@ TEST_F(RecoverShrinkToFitTest, ALargerTargetIsAimedAtWith64MiBToSpare)
 
 TEST_F(RecoverShrinkToFitTest, ASmallTargetThatIsNoWholeMiBHasNoRoomForWhatIsRoundedUp)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_BUFFER_TOO_SMALL,
+          "a small target that is no whole number of MiB has no room for what is rounded up");
+
     AddTarget(4 * kMiB + 512 * kKiB);
     MakeImage(8 * kMiB);
 
@@ -155,6 +170,8 @@ TEST_F(RecoverShrinkToFitTest, ASmallTargetThatIsNoWholeMiBHasNoRoomForWhatIsRou
 
 TEST_F(RecoverShrinkToFitTest, ThePartitionIsFoundByItsNumber)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "the partition is found by its number in the image's table");
+
     AddTarget(2 * kMiB);
     MakeImage({{.start = kMiB, .length = kMiB}, {.start = 3 * kMiB, .length = kMiB}}, 8 * kMiB);
 
@@ -166,6 +183,8 @@ TEST_F(RecoverShrinkToFitTest, ThePartitionIsFoundByItsNumber)
 
 TEST_F(RecoverShrinkToFitTest, TheTargetIsFoundByItsPlace)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "the target is found by its place");
+
     machine.AddDisk(64 * kMiB).Gpt(
         {.partitions = {{.start = kMiB, .length = kMiB}, {.start = 4 * kMiB, .length = 6 * kMiB}}});
     MakeImage(8 * kMiB);
@@ -178,6 +197,8 @@ TEST_F(RecoverShrinkToFitTest, TheTargetIsFoundByItsPlace)
 
 TEST_F(RecoverShrinkToFitTest, OfSeveralPartitionsInOnePlaceTheLastOneCounts)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "of several partitions in one place the last one counts");
+
     AddTarget(8 * kMiB);
     MakeImage(8 * kMiB);
     PretendTargetLengths({2 * kMiB, 8 * kMiB});
@@ -189,6 +210,9 @@ TEST_F(RecoverShrinkToFitTest, OfSeveralPartitionsInOnePlaceTheLastOneCounts)
 
 TEST_F(RecoverShrinkToFitTest, PartitionsThatAreNotThereAreRefused)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_INVALID_PARAMETER,
+          "the image or the disk has no such partition; nothing is begun");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
 
@@ -205,6 +229,9 @@ TEST_F(RecoverShrinkToFitTest, PartitionsThatAreNotThereAreRefused)
 
 TEST_F(RecoverShrinkToFitTest, AnImageThatCannotBeInspectedIsAFailure)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_UNSUCCESSFUL,
+          "the image cannot be inspected: missing, no image, a null path");
+
     AddTarget(4 * kMiB);
     ExpectNothingBegun(Recover(), Status(0xC0000001));
     std::ofstream(imagePath) << "no image";
@@ -222,6 +249,8 @@ TEST_F(RecoverShrinkToFitTest, AnImageThatCannotBeInspectedIsAFailure)
 
 TEST_F(RecoverShrinkToFitTest, ADiskThatCannotBeListedIsAFailure)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_UNSUCCESSFUL, "the target disk cannot be listed");
+
     MakeImage(8 * kMiB);
     ExpectNothingBegun(Recover(), Status(0xC0000001));
     AddTarget(4 * kMiB);
@@ -234,6 +263,8 @@ TEST_F(RecoverShrinkToFitTest, ADiskThatCannotBeListedIsAFailure)
 
 TEST_F(RecoverShrinkToFitTest, ADiskWithoutATableHasNoTarget)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_INVALID_PARAMETER, "a disk without a table has no such partition");
+
     machine.AddDisk(64 * kMiB);
     MakeImage(8 * kMiB);
 
@@ -242,6 +273,8 @@ TEST_F(RecoverShrinkToFitTest, ADiskWithoutATableHasNoTarget)
 
 TEST_F(RecoverShrinkToFitTest, BothTablesAreTakenFirst)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_NO_MEMORY, "no memory for the lists of partitions; nothing is looked at");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
     for (const uint64_t nth : {1u, 2u}) {
@@ -259,6 +292,8 @@ TEST_F(RecoverShrinkToFitTest, BothTablesAreTakenFirst)
 
 TEST_F(RecoverShrinkToFitTest, AllMemoryIsGivenBackBeforeTheOverlayIsMade)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "all memory is given back before the overlay is made");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
 
@@ -272,6 +307,9 @@ TEST_F(RecoverShrinkToFitTest, AllMemoryIsGivenBackBeforeTheOverlayIsMade)
 
 TEST_F(RecoverShrinkToFitTest, OnlyTheFirst64PartitionsOfAnImageAreSearched)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_INVALID_PARAMETER, "the image's 65th partition is not found");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "the image's 64th partition is found");
+
     AddTarget(2 * kMiB);
     std::vector<machine::GptPartition> partitions(65);
     for (size_t i = 0; i < partitions.size(); ++i) {
@@ -286,6 +324,9 @@ TEST_F(RecoverShrinkToFitTest, OnlyTheFirst64PartitionsOfAnImageAreSearched)
 
 TEST_F(RecoverShrinkToFitTest, OnlyTheFirst64PartitionsOfADiskAreSearched)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_INVALID_PARAMETER, "the disk's 65th partition is not found");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "the disk's 64th partition is found");
+
     std::vector<machine::GptPartition> partitions(65);
     for (size_t i = 0; i < partitions.size(); ++i) {
         partitions[i] = {.start = (1 + i) * kMiB, .length = kMiB};
@@ -300,6 +341,9 @@ TEST_F(RecoverShrinkToFitTest, OnlyTheFirst64PartitionsOfADiskAreSearched)
 
 TEST_F(RecoverShrinkToFitTest, AnImageThatChangesBetweenTheInspectionsIsSearchedAsFarAsBothTell)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_INVALID_PARAMETER,
+          "an image that changes between two looks is searched as far as both tell");
+
     AddTarget(2 * kMiB);
     const machine::GptPartition first = {.start = kMiB, .length = kMiB};
     const machine::GptPartition second = {.start = 3 * kMiB, .length = kMiB};
@@ -326,6 +370,9 @@ TEST_F(RecoverShrinkToFitTest, AnImageThatChangesBetweenTheInspectionsIsSearched
 
 TEST_F(RecoverShrinkToFitTest, ALeftOverOverlayMakesItFailAndIsClearedAway)
 {
+    SHOWS(KkRecoverShrinkToFit, 0x80070050, "an overlay that an earlier run left makes it fail, and is deleted");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "the next run after a left-over overlay succeeds");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
     std::ofstream(OverlayPath()) << "left over";
@@ -338,6 +385,9 @@ TEST_F(RecoverShrinkToFitTest, ALeftOverOverlayMakesItFailAndIsClearedAway)
 
 TEST_F(RecoverShrinkToFitTest, AnOverlayThatCannotBeMountedIsDiscarded)
 {
+    SHOWS(KkRecoverShrinkToFit, 0x80070522,
+          "the overlay cannot be created, attached or named; it is discarded, the target untouched");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
     for (const char* const call : {"CreateVirtualDisk", "AttachVirtualDisk", "GetVirtualDiskPhysicalPath"}) {
@@ -353,6 +403,9 @@ TEST_F(RecoverShrinkToFitTest, AnOverlayThatCannotBeMountedIsDiscarded)
 
 TEST_F(RecoverShrinkToFitTest, WithoutTheServiceALeftOverOverlayIsClearedAwayAllTheSame)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_NOT_FOUND,
+          "the virtual-disk service creates no files; a left-over overlay is deleted");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
     machine.modules.RemoveEntry(u"virtdisk.dll", "CreateVirtualDisk");
@@ -363,6 +416,9 @@ TEST_F(RecoverShrinkToFitTest, WithoutTheServiceALeftOverOverlayIsClearedAwayAll
 
 TEST_F(RecoverShrinkToFitTest, AFailedShrinkIsToldAndTheTargetNotTouched)
 {
+    SHOWS(KkRecoverShrinkToFit, 0xC0000021,
+          "the file system has data where it is to be cut off; the target is untouched");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
     machine.faults.Fail({.code = 0x901B0}, 2, 0xC0000021);
@@ -375,6 +431,8 @@ TEST_F(RecoverShrinkToFitTest, AFailedShrinkIsToldAndTheTargetNotTouched)
 
 TEST_F(RecoverShrinkToFitTest, AFailedCloneIsTold)
 {
+    SHOWS(KkRecoverShrinkToFit, 0xC0000185, "a failing write of the target is passed on");
+
     AddTarget(4 * kMiB);
     MakeImage(3 * kMiB);
     machine.faults.Fail({.kind = CallKind::WriteFile, .object = "HarddiskVolume"}, 1, 0xC0000185);
@@ -384,6 +442,8 @@ TEST_F(RecoverShrinkToFitTest, AFailedCloneIsTold)
 
 TEST_F(RecoverShrinkToFitTest, ATargetWithoutAVolumeIsNoTarget)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_NO_MEDIA_IN_DEVICE, "the target has no volume");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
     machine.HideVolume(*machine.FindVolume(0, kTargetStart));
@@ -396,6 +456,10 @@ TEST_F(RecoverShrinkToFitTest, ATargetWithoutAVolumeIsNoTarget)
 
 TEST_F(RecoverShrinkToFitTest, AnOverlayWithoutAVolumeIsNoSource)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_INVALID_PARAMETER, "the image's partition must be shrunk and has no volume");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the image's partition need not be shrunk and has no volume");
+
     AddTarget(4 * kMiB);
     machine.switches.diskIdentityCollisions = true;
     MakeImage(8 * kMiB);
@@ -408,6 +472,10 @@ TEST_F(RecoverShrinkToFitTest, AnOverlayWithoutAVolumeIsNoSource)
 
 TEST_F(RecoverShrinkToFitTest, ADiskWhoseNumberIsNotToldIsOneThatNobodyHas)
 {
+    SHOWS(KkRecoverShrinkToFit, 0xC0000034, "the overlay's disk number is not told, and the partition must be shrunk");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the overlay's disk number is not told, and the partition need not be shrunk");
+
     AddTarget(4 * kMiB);
     virtualDisks.behaviour.physicalPath = u"nameless";
     MakeImage(8 * kMiB);
@@ -421,6 +489,9 @@ TEST_F(RecoverShrinkToFitTest, ADiskWhoseNumberIsNotToldIsOneThatNobodyHas)
 
 TEST_F(RecoverShrinkToFitTest, ADiscardThatFailsChangesNothingAboutTheResult)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS,
+          "an overlay that cannot be detached or deleted does not change the result");
+
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);
     virtualDisks.behaviour.detachFailure = 170;
@@ -433,6 +504,8 @@ TEST_F(RecoverShrinkToFitTest, ADiscardThatFailsChangesNothingAboutTheResult)
 
 TEST_F(RecoverShrinkToFitTest, TheOverlaysNameTakes580UnitsOfTheImages)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "the overlay's name takes 580 units of the image's");
+
     const std::filesystem::path deep = folder / (std::string(200, 'a') + "/" + std::string(200, 'b'));
     std::filesystem::create_directories(deep);
     AddTarget(4 * kMiB);

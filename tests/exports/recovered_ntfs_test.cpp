@@ -84,6 +84,9 @@ protected:
 
 TEST_F(RecoveredNtfsTest, ALargerVolumeIsRecoveredIntoASmallerPartition)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS,
+          "a larger NTFS volume is recovered into a smaller partition, sound and with its files");
+
     MakeImage(40 * kMiB);
     AddTarget(16 * kMiB);
 
@@ -94,6 +97,8 @@ TEST_F(RecoveredNtfsTest, ALargerVolumeIsRecoveredIntoASmallerPartition)
 
 TEST_F(RecoveredNtfsTest, AVolumeJustTooLargeIsRecoveredToo)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "a volume just too large is recovered too");
+
     MakeImage(16 * kMiB + 512);
     AddTarget(16 * kMiB);
 
@@ -104,6 +109,8 @@ TEST_F(RecoveredNtfsTest, AVolumeJustTooLargeIsRecoveredToo)
 
 TEST_F(RecoveredNtfsTest, AShrunkVolumeGrowsAgainUntilItFillsALargeTarget)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "a shrunk volume grows again to fill a target above 128 MiB");
+
     MakeImage(160 * kMiB);
     AddTarget(136 * kMiB);
 
@@ -115,6 +122,8 @@ TEST_F(RecoveredNtfsTest, AShrunkVolumeGrowsAgainUntilItFillsALargeTarget)
 
 TEST_F(RecoveredNtfsTest, ASmallerVolumeGrowsUntilItFillsTheTarget)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "a smaller volume grows to fill the target, and is not shrunk");
+
     MakeImage(16 * kMiB);
     AddTarget(24 * kMiB);
 
@@ -126,6 +135,8 @@ TEST_F(RecoveredNtfsTest, ASmallerVolumeGrowsUntilItFillsTheTarget)
 
 TEST_F(RecoveredNtfsTest, ASystemThatProtectsMountedSectorsLetsItHappen)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "it works where the system protects sectors of mounted volumes");
+
     machine.Strict();
     machine.switches.volumeArrivalDelay = 0;
     machine.switches.shrinkMovesNothing = false;
@@ -140,6 +151,8 @@ TEST_F(RecoveredNtfsTest, ASystemThatProtectsMountedSectorsLetsItHappen)
 
 TEST_F(RecoveredNtfsTest, ContentsThatDoNotFitAreNotRecovered)
 {
+    SHOWS(KkRecoverShrinkToFit, "contents that do not fit are not recovered; the target is untouched");
+
     MakeImage(24 * kMiB);
     AddTarget(3 * kMiB);
 
@@ -150,6 +163,9 @@ TEST_F(RecoveredNtfsTest, ContentsThatDoNotFitAreNotRecovered)
 
 TEST_F(RecoveredNtfsTest, EveryStepThatFailsLeavesImageAndFolderAsTheyWere)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS,
+          "after steps that failed, image and folder are as they were, and the next run succeeds");
+
     MakeImage(24 * kMiB);
     AddTarget(12 * kMiB);
     const machine::CallPattern steps[] = {{.name = "CreateVirtualDisk"},

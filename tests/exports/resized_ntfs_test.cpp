@@ -49,6 +49,8 @@ protected:
 
 TEST_F(ResizedNtfsTest, TheFileSystemFillsAnExtendedPartition)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "NTFS grows to fill the extended partition; files are kept");
+
     for (const DiskKind& kind : kDiskKinds) {
         SCOPED_TRACE(kind);
         AddVolume(kind, 24 * kMiB);
@@ -62,6 +64,8 @@ TEST_F(ResizedNtfsTest, TheFileSystemFillsAnExtendedPartition)
 
 TEST_F(ResizedNtfsTest, TheFileSystemEndsWithAShrunkPartition)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "NTFS ends with the shrunk partition; files are kept");
+
     for (const DiskKind& kind : kDiskKinds) {
         SCOPED_TRACE(kind);
         AddVolume(kind, 40 * kMiB);
@@ -75,6 +79,11 @@ TEST_F(ResizedNtfsTest, TheFileSystemEndsWithAShrunkPartition)
 
 TEST_F(ResizedNtfsTest, ThereAndBackAgain)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "a partition that is extended and shrunk back holds a sound file system");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "a partition that is extended and shrunk back holds a sound file system");
+
     AddVolume(kSmallGpt, 24 * kMiB);
 
     ASSERT_EQ(Extend(kStart, 0), 0);
@@ -86,6 +95,10 @@ TEST_F(ResizedNtfsTest, ThereAndBackAgain)
 
 TEST_F(ResizedNtfsTest, AShrinkByOneMiBLeavesAPartitionLongerThanItsFileSystem)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "a shrink by 1 MiB leaves a partition longer than its sound file system");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a partition longer than its file system can be extended with it");
+
     AddVolume(kSmallMbr, 24 * kMiB);
 
     ASSERT_EQ(Shrink(kStart, 23 * kMiB), 0);
@@ -98,6 +111,8 @@ TEST_F(ResizedNtfsTest, AShrinkByOneMiBLeavesAPartitionLongerThanItsFileSystem)
 
 TEST_F(ResizedNtfsTest, WhatLiesBehindTheNewEndStopsASystemThatMovesNothing)
 {
+    SHOWS(KkShrinkPartition, 0xC0000021, "data lies behind the new end, and the system moves nothing; nothing changes");
+
     machine.switches.shrinkMovesNothing = true;
     AddVolume(kSmallGpt, 24 * kMiB);
     const DiskBytes before(TheDisk());
@@ -109,6 +124,8 @@ TEST_F(ResizedNtfsTest, WhatLiesBehindTheNewEndStopsASystemThatMovesNothing)
 
 TEST_F(ResizedNtfsTest, ATargetBelowTheContentsIsRefusedByTheFileSystem)
 {
+    SHOWS(KkShrinkPartition, "a size below what the files need is refused by the file system; nothing changes");
+
     AddVolume(kSmallGpt, 24 * kMiB);
     const DiskBytes before(TheDisk());
 
@@ -119,6 +136,8 @@ TEST_F(ResizedNtfsTest, ATargetBelowTheContentsIsRefusedByTheFileSystem)
 
 TEST_F(ResizedNtfsTest, AFileSystemThatDidNotGrowStaysSoundInItsLongerPartition)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a file system that did not grow stays sound in its longer partition");
+
     AddVolume(kLargeGpt, 24 * kMiB);
     Refuse(0x900F0, 0xC0000022);
 
@@ -130,6 +149,10 @@ TEST_F(ResizedNtfsTest, AFileSystemThatDidNotGrowStaysSoundInItsLongerPartition)
 
 TEST_F(ResizedNtfsTest, AFailedTableEditLeavesASoundFileSystemAndCanBeMadeUpFor)
 {
+    SHOWS(KkShrinkPartition, 0xC0000185, "a failing edit of the table leaves a sound, shrunk file system");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "after a failing edit of the table the call made again does what is left");
+
     AddVolume(kSmallGpt, 24 * kMiB);
     machine.faults.Fail({.kind = machine::CallKind::WriteFile, .object = "PhysicalDrive0"}, 1, 0xC0000185);
 
@@ -144,6 +167,9 @@ TEST_F(ResizedNtfsTest, AFailedTableEditLeavesASoundFileSystemAndCanBeMadeUpFor)
 
 TEST_F(ResizedNtfsTest, ADeletedVolumesDataStays)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "the data of a deleted partition stays");
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "a partition created where another one was shows its data again");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddVolume(kind, 24 * kMiB);
 
@@ -156,6 +182,10 @@ TEST_F(ResizedNtfsTest, ADeletedVolumesDataStays)
 
 TEST_F(ResizedNtfsTest, ASystemThatProtectsMountedSectorsLetsItAllHappen)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "it works where the system protects sectors of mounted volumes");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "it works where the system protects sectors of mounted volumes");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "it works where the system protects sectors of mounted volumes");
+
     machine.Strict();
     machine.switches.volumeArrivalDelay = 0;
     machine.switches.shrinkMovesNothing = false;

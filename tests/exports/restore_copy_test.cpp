@@ -46,6 +46,8 @@ protected:
 
 TEST_F(RestoreCopyTest, MovesEightMebibytesAtATime)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "data goes 8 MiB at a time");
+
     ASSERT_EQ(RestorePartitions(), 0);
 
     EXPECT_THAT(DataReads(), ElementsAre(kTransfer, kTransfer, 4 * kMiB + 512));
@@ -55,6 +57,8 @@ TEST_F(RestoreCopyTest, MovesEightMebibytesAtATime)
 
 TEST_F(RestoreCopyTest, AWholeNumberOfChunksHasNoEmptyOneBehindIt)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a whole number of chunks has no empty one behind it");
+
     MakeImage(kSmallGpt, {{kStart, 2 * kTransfer}}, kSize);
 
     ASSERT_EQ(RestorePartitions(), 0);
@@ -65,6 +69,8 @@ TEST_F(RestoreCopyTest, AWholeNumberOfChunksHasNoEmptyOneBehindIt)
 
 TEST_F(RestoreCopyTest, TakesOneBufferForAllPartitions)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "one buffer is taken for all partitions, and freed");
+
     MakeImage(kSmallGpt, {{kMiB, 9 * kMiB}, {12 * kMiB, kMiB}, {16 * kMiB, 9 * kMiB}}, kSize);
 
     ASSERT_EQ(RestorePartitions({}, 1), 0);
@@ -76,6 +82,9 @@ TEST_F(RestoreCopyTest, TakesOneBufferForAllPartitions)
 
 TEST_F(RestoreCopyTest, AChunkOfZerosLeavesWhatTheTargetHeld)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "8 MiB of zeros are read and not written; the disk's old bytes stay there");
+
     PutZerosInImage(kStart + kTransfer, kTransfer);
 
     ASSERT_EQ(RestorePartitions(), 0);
@@ -89,6 +98,8 @@ TEST_F(RestoreCopyTest, AChunkOfZerosLeavesWhatTheTargetHeld)
 
 TEST_F(RestoreCopyTest, AChunkWithOneOtherByteIsWrittenWhole)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "8 MiB with one other byte are written whole");
+
     for (const uint64_t position : {uint64_t{0}, uint64_t{1}, kTransfer / 2 + 3, kTransfer - 1}) {
         PutZerosInImage(kStart, kLength);
         PutInImage(kStart + kTransfer + position, {0x01});
@@ -104,6 +115,8 @@ TEST_F(RestoreCopyTest, AChunkWithOneOtherByteIsWrittenWhole)
 
 TEST_F(RestoreCopyTest, ChunksAreCountedFromThePartitionsStart)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "chunks are counted from the partition's start");
+
     PutZerosInImage(0x200000, kSize - 0x200000 - kMiB);
     PutInImage(kStart + kLength - 1, {0xFF});
 
@@ -114,6 +127,8 @@ TEST_F(RestoreCopyTest, ChunksAreCountedFromThePartitionsStart)
 
 TEST_F(RestoreCopyTest, APartitionOfZerosWritesNothing)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a partition of zeros writes nothing");
+
     PutZerosInImage(kStart, kLength);
 
     EXPECT_EQ(RestorePartitions(), 0);
@@ -124,6 +139,9 @@ TEST_F(RestoreCopyTest, APartitionOfZerosWritesNothing)
 
 TEST_F(RestoreCopyTest, TheTableComesFirstAndTheFlushLast)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "the table is written and flushed before the data, which is flushed last");
+
     ASSERT_EQ(RestorePartitions({}, 1), 0);
 
     const uint64_t last = kSize - 512;
@@ -137,6 +155,8 @@ TEST_F(RestoreCopyTest, TheTableComesFirstAndTheFlushLast)
 
 TEST_F(RestoreCopyTest, WithoutATableThereIsOneFlush)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "without a new table there is one flush");
+
     MakeImage(kSmallGpt, {{kStart, kMiB}, {4 * kMiB, kMiB}}, kSize);
 
     ASSERT_EQ(RestorePartitions(), 0);
@@ -148,6 +168,8 @@ TEST_F(RestoreCopyTest, WithoutATableThereIsOneFlush)
 
 TEST_F(RestoreCopyTest, NothingIsLockedOrRefreshed)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "nothing is locked, dismounted or told of the change");
+
     ASSERT_EQ(RestorePartitions({}, 1), 0);
 
     for (const uint32_t code : {0x90018u, 0x90020u, 0x9001Cu, 0x70140u}) {
@@ -157,6 +179,8 @@ TEST_F(RestoreCopyTest, NothingIsLockedOrRefreshed)
 
 TEST_F(RestoreCopyTest, TheImageIsOpenedOnceAndOnlyForReading)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "the image is opened once, and only for reading");
+
     ASSERT_EQ(RestorePartitions({}, 1), 0);
 
     const std::vector<machine::CallRecord> opens =
@@ -167,6 +191,9 @@ TEST_F(RestoreCopyTest, TheImageIsOpenedOnceAndOnlyForReading)
 
 TEST_F(RestoreCopyTest, ATargetThatDoesNotOpenEndsTheCall)
 {
+    SHOWS(KkRestorePartitions, 0xC0000022, "the status of a target that does not open is passed on");
+    SHOWS(KkRestorePartitions, 0xC0000034, "the status of a target that is not there is passed on");
+
     Fail({.kind = CallKind::CreateFile, .object = "PhysicalDrive0"}, 0xC0000022);
     EXPECT_EQ(RestorePartitions({}, 1), Status(0xC0000022));
 
@@ -176,6 +203,8 @@ TEST_F(RestoreCopyTest, ATargetThatDoesNotOpenEndsTheCall)
 
 TEST_F(RestoreCopyTest, AReadThatFailsEndsTheCopyWhereItIs)
 {
+    SHOWS(KkRestorePartitions, 0xC0000185, "a failing read of the image ends the copy where it is");
+
     PutInImage(kStart + kTransfer, Pattern(kTransfer, 9));
     ASSERT_EQ(RestorePartitions(), 0);
     const uint64_t reads = machine.journal.Count({.kind = CallKind::ReadFile, .object = ".vhdx"});
@@ -191,6 +220,8 @@ TEST_F(RestoreCopyTest, AReadThatFailsEndsTheCopyWhereItIs)
 
 TEST_F(RestoreCopyTest, AWriteThatFailsEndsTheCopyWhereItIs)
 {
+    SHOWS(KkRestorePartitions, 0xC0000185, "a failing write ends the copy where it is");
+
     machine.faults.Fail({.kind = CallKind::WriteFile}, 2, 0xC0000185);
 
     EXPECT_EQ(RestorePartitions(), Status(0xC0000185));
@@ -202,6 +233,8 @@ TEST_F(RestoreCopyTest, AWriteThatFailsEndsTheCopyWhereItIs)
 
 TEST_F(RestoreCopyTest, AWriteThatMakesNoProgressFails)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_UNSUCCESSFUL, "a write makes no progress");
+
     machine.faults.Shorten({.kind = CallKind::WriteFile}, 1, 0);
 
     EXPECT_EQ(RestorePartitions(), KK_STATUS_UNSUCCESSFUL);
@@ -209,6 +242,8 @@ TEST_F(RestoreCopyTest, AWriteThatMakesNoProgressFails)
 
 TEST_F(RestoreCopyTest, AWriteThatIsCutShortGoesOn)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a write that is cut short is gone on with");
+
     machine.faults.Shorten({.kind = CallKind::WriteFile}, 1, 4096);
 
     EXPECT_EQ(RestorePartitions(), 0);
@@ -218,6 +253,8 @@ TEST_F(RestoreCopyTest, AWriteThatIsCutShortGoesOn)
 
 TEST_F(RestoreCopyTest, EachWriteOfTheTableMayFailAndThenNoDataFollows)
 {
+    SHOWS(KkRestorePartitions, 0xC0000185, "a failing write of the table is followed by no data");
+
     for (uint64_t nth = 1; nth <= 5; ++nth) {
         AddTarget(kSize);
         machine.faults.Clear();
@@ -233,6 +270,8 @@ TEST_F(RestoreCopyTest, EachWriteOfTheTableMayFailAndThenNoDataFollows)
 
 TEST_F(RestoreCopyTest, AFlushThatFailsChangesNothing)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a flush that fails does not matter");
+
     Fail({.kind = CallKind::Flush}, 0xC0000185);
 
     EXPECT_EQ(RestorePartitions({}, 1), 0);
@@ -242,6 +281,8 @@ TEST_F(RestoreCopyTest, AFlushThatFailsChangesNothing)
 
 TEST_F(RestoreCopyTest, WithoutMemoryForTheBufferTheNewTableStays)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_NO_MEMORY, "no memory for the buffer; the new table stays");
+
     machine.heap.SetLimit(4 * kMiB);
 
     EXPECT_EQ(RestorePartitions({}, 1), KK_STATUS_NO_MEMORY);
@@ -253,6 +294,8 @@ TEST_F(RestoreCopyTest, WithoutMemoryForTheBufferTheNewTableStays)
 
 TEST_F(RestoreCopyTest, WithoutMemoryForTheTableNothingIsWritten)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_UNSUCCESSFUL, "no memory for the new table; nothing is written");
+
     ASSERT_EQ(RestorePartitions({}, 1), 0);
     const std::vector<uint64_t> sizes = machine.heap.Sizes();
     // The image's own entries take as much, earlier.
@@ -267,6 +310,8 @@ TEST_F(RestoreCopyTest, WithoutMemoryForTheTableNothingIsWritten)
 
 TEST_F(RestoreCopyTest, AnImageThatIsCutOffFailsAtTheChunkThatIsMissing)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_END_OF_FILE, "the image ends where data should be; what precedes is written");
+
     BeginCall();
     const std::filesystem::path file = folder / "image.vhdx";
     // The only block is the file's last 256 MiB.
@@ -280,6 +325,8 @@ TEST_F(RestoreCopyTest, AnImageThatIsCutOffFailsAtTheChunkThatIsMissing)
 
 TEST_F(RestoreCopyTest, AFileThatIsNoImageIsRefusedBeforeTheTargetIsOpened)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_REGISTRY_CORRUPT, "the file is no VHDX; the target is not opened");
+
     BeginCall();
     Shell("head -c 4096 /dev/zero > '" + (folder / "image.vhdx").string() + "'");
 
@@ -290,6 +337,9 @@ TEST_F(RestoreCopyTest, AFileThatIsNoImageIsRefusedBeforeTheTargetIsOpened)
 
 TEST_F(RestoreCopyTest, ASystemThatProtectsMountedSectorsRefusesThemOnALiveDisk)
 {
+    SHOWS(KkRestorePartitions, 0xC0000022,
+          "a system that protects sectors of mounted volumes refuses the write; nothing changes");
+
     machine.Strict();
     AddTarget(kSmallGpt, {{kStart, 16 * kMiB}}, kSize).Format(kStart, 16 * kMiB, machine::FileSystem::Fat16);
     const DiskBytes before(Target());

@@ -43,6 +43,8 @@ protected:
 
 TEST_F(RestorePartitionsTest, NoNumbersMeanEveryPartition)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a count of 0 means every partition");
+
     EXPECT_EQ(RestorePartitions(), 0);
 
     ExpectRestored(kFirst);
@@ -52,6 +54,8 @@ TEST_F(RestorePartitionsTest, NoNumbersMeanEveryPartition)
 
 TEST_F(RestorePartitionsTest, NoNumbersMeanEveryPartitionWhateverTheListHolds)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a count of 0 means every partition, whatever the list holds");
+
     const uint32_t numbers[] = {2};
     BeginCall();
 
@@ -63,6 +67,8 @@ TEST_F(RestorePartitionsTest, NoNumbersMeanEveryPartitionWhateverTheListHolds)
 
 TEST_F(RestorePartitionsTest, OnlyTheNamedOnesAreWritten)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "only the chosen partitions are written");
+
     EXPECT_EQ(RestorePartitions({2}), 0);
 
     ExpectRestored(kSecond);
@@ -71,6 +77,8 @@ TEST_F(RestorePartitionsTest, OnlyTheNamedOnesAreWritten)
 
 TEST_F(RestorePartitionsTest, OnlyTheGivenCountOfNumbersIsLookedAt)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "only as many numbers as the count says are looked at");
+
     const uint32_t numbers[] = {3, 1, 2};
     BeginCall();
 
@@ -83,6 +91,9 @@ TEST_F(RestorePartitionsTest, OnlyTheGivenCountOfNumbersIsLookedAt)
 
 TEST_F(RestorePartitionsTest, TheOrderIsTheTablesAndNothingIsWrittenTwice)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "the order is that of the table, and numbers given twice are written once");
+
     EXPECT_EQ(RestorePartitions({3, 7, 1, 3, 1}), 0);
 
     EXPECT_THAT(written, ElementsAre(kFirst, Place{kThird.start, kTransfer}, Place{kThird.start + kTransfer, kMiB}));
@@ -90,6 +101,9 @@ TEST_F(RestorePartitionsTest, TheOrderIsTheTablesAndNothingIsWrittenTwice)
 
 TEST_F(RestorePartitionsTest, NumbersThatTheImageDoesNotHaveAreNothingToRestore)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_INVALID_PARAMETER,
+          "no number names a partition of the image; the target is not opened");
+
     EXPECT_EQ(RestorePartitions({0, 4, 128}, 1), KK_STATUS_INVALID_PARAMETER);
 
     EXPECT_THAT(Steps(), ElementsAre("open image", "read image", "close image")) << "the target is not even opened";
@@ -97,6 +111,9 @@ TEST_F(RestorePartitionsTest, NumbersThatTheImageDoesNotHaveAreNothingToRestore)
 
 TEST_F(RestorePartitionsTest, NumbersAreSlotsOfTheTable)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "numbers are slots of the image's table");
+    SHOWS(KkRestorePartitions, KK_STATUS_INVALID_PARAMETER, "numbers of unused slots name nothing");
+
     MakeImage(kSmallGpt,
               machine::GptTable{.partitions = {{.start = kMiB, .length = kMiB, .slot = 4},
                                                {.start = 2 * kMiB, .length = kMiB, .slot = 9}}},
@@ -110,6 +127,8 @@ TEST_F(RestorePartitionsTest, NumbersAreSlotsOfTheTable)
 
 TEST_F(RestorePartitionsTest, ACountWithoutAListChoosesNothing)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_INVALID_PARAMETER, "a count without a list chooses nothing");
+
     BeginCall();
 
     EXPECT_EQ(api.restorePartitions(ImagePath().c_str(), u"\\\\.\\PhysicalDrive0", nullptr, 1, 1),
@@ -120,11 +139,15 @@ TEST_F(RestorePartitionsTest, ACountWithoutAListChoosesNothing)
 
 TEST_F(RestorePartitionsTest, AnImageThatDoesNotOpenComesBeforeACountWithoutAList)
 {
+    SHOWS(KkRestorePartitions, 0xC0000034, "the image does not open, which comes before a count without a list");
+
     EXPECT_EQ(api.restorePartitions(u"Z:\\nowhere.vhdx", u"\\\\.\\PhysicalDrive0", nullptr, 1, 1), Status(0xC0000034));
 }
 
 TEST_F(RestorePartitionsTest, BothPathsAreRequired)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_INVALID_PARAMETER, "a path is null; nothing is done");
+
     BeginCall();
 
     EXPECT_EQ(api.restorePartitions(nullptr, u"\\\\.\\PhysicalDrive0", nullptr, 0, 1), KK_STATUS_INVALID_PARAMETER);
@@ -135,6 +158,8 @@ TEST_F(RestorePartitionsTest, BothPathsAreRequired)
 
 TEST_F(RestorePartitionsTest, AnImageWithoutPartitionsHasNothingToRestore)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_INVALID_PARAMETER, "the image has no partitions");
+
     MakeImage(kSmallGpt, std::vector<Place>{}, kSize);
 
     EXPECT_EQ(RestorePartitions({}, 1), KK_STATUS_INVALID_PARAMETER);
@@ -144,6 +169,8 @@ TEST_F(RestorePartitionsTest, AnImageWithoutPartitionsHasNothingToRestore)
 
 TEST_F(RestorePartitionsTest, AnImageWithAnMbrIsRefused)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_REGISTRY_CORRUPT, "the image has an MBR and no GPT");
+
     MakeImage(kSmallMbr, {kFirst}, kSize);
 
     EXPECT_EQ(RestorePartitions({}, 1), KK_STATUS_REGISTRY_CORRUPT);
@@ -153,6 +180,8 @@ TEST_F(RestorePartitionsTest, AnImageWithAnMbrIsRefused)
 
 TEST_F(RestorePartitionsTest, AnImageWhoseSectorsHoldNoTableIsRefused)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_REGISTRY_CORRUPT, "the image's sectors are too small for a table");
+
     for (const uint32_t sectorSize : {0u, 1u, 91u}) {
         MakeBlankImage(kSize, sectorSize);
 
@@ -162,6 +191,9 @@ TEST_F(RestorePartitionsTest, AnImageWhoseSectorsHoldNoTableIsRefused)
 
 TEST_F(RestorePartitionsTest, WithoutANewTableTheTargetKeepsItsOwn)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "without a new table the disk keeps its own, and only the partitions change");
+
     AddTarget(kSmallGpt, {{20 * kMiB, kMiB}}, kSize);
     const DiskBytes before(Target());
 
@@ -172,6 +204,8 @@ TEST_F(RestorePartitionsTest, WithoutANewTableTheTargetKeepsItsOwn)
 
 TEST_F(RestorePartitionsTest, AnyNumberButZeroAsksForANewTable)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "any number but 0 asks for a new table");
+
     for (const int32_t yes : {1, 0x100, -1, Status(0x80000000)}) {
         AddTarget(kSize);
 
@@ -183,6 +217,9 @@ TEST_F(RestorePartitionsTest, AnyNumberButZeroAsksForANewTable)
 
 TEST_F(RestorePartitionsTest, TheNewTableSaysWhatTheImagesSaysButForAttributes)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "the new GPT keeps disk and partition GUIDs, types and names, not the attributes");
+
     const kk::Guid id = {0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
     const kk::Guid diskId = {0x55555555, 0x6666, 0x7777, {8, 7, 6, 5, 4, 3, 2, 1}};
     const std::u16string longName = u"A name that takes all the 36 units !";
@@ -215,6 +252,8 @@ TEST_F(RestorePartitionsTest, TheNewTableSaysWhatTheImagesSaysButForAttributes)
 
 TEST_F(RestorePartitionsTest, TheNewTableHoldsTheChosenPartitionsAlone)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "the new GPT lists the chosen partitions alone");
+
     EXPECT_EQ(RestorePartitions({3, 1}, 1), 0);
 
     EXPECT_THAT(PlacesOnTarget(512), ElementsAre(kFirst, kThird));
@@ -223,6 +262,8 @@ TEST_F(RestorePartitionsTest, TheNewTableHoldsTheChosenPartitionsAlone)
 
 TEST_F(RestorePartitionsTest, MorePartitionsThanAListBeginsWith)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "twenty partitions are restored");
+
     std::vector<Place> places;
     for (uint64_t i = 1; i <= 20; ++i) {
         places.push_back({i * kMiB, 4096});
@@ -239,6 +280,8 @@ TEST_F(RestorePartitionsTest, MorePartitionsThanAListBeginsWith)
 
 TEST_F(RestorePartitionsTest, SectorsOf4096BytesAreRestoredAsTheyAre)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "sectors of 4096 bytes are restored as they are");
+
     MakeImage(kLargeGpt, {kFirst, {4 * kMiB, kMiB + 4096}}, kSize);
     AddTarget(kSize, 4096);
 
@@ -251,6 +294,8 @@ TEST_F(RestorePartitionsTest, SectorsOf4096BytesAreRestoredAsTheyAre)
 
 TEST_F(RestorePartitionsTest, TheImagesSectorSizeCountsAndNotTheTargets)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "the image's sector size is used for the table, and not the disk's");
+
     MakeImage(kLargeGpt, {kFirst, kThird}, kSize);
 
     EXPECT_EQ(RestorePartitions({}, 1), 0);
@@ -261,6 +306,9 @@ TEST_F(RestorePartitionsTest, TheImagesSectorSizeCountsAndNotTheTargets)
 
 TEST_F(RestorePartitionsTest, AnImageOfSmallSectorsDoesNotGoOntoADiskOfLargeOnes)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_INVALID_PARAMETER,
+          "a disk of large sectors refuses a table of small ones; nothing changes");
+
     AddTarget(kSize, 4096);
 
     EXPECT_EQ(RestorePartitions({1}, 1), KK_STATUS_INVALID_PARAMETER) << "as the disk answers a write of 512 bytes";
@@ -270,6 +318,8 @@ TEST_F(RestorePartitionsTest, AnImageOfSmallSectorsDoesNotGoOntoADiskOfLargeOnes
 
 TEST_F(RestorePartitionsTest, ATargetMayEnd34SectorsBehindTheLastPartition)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "the disk may end 34 sectors behind the last partition");
+
     const uint64_t end = kThird.start + kThird.length;
     AddTarget(end + 34 * 512);
 
@@ -281,6 +331,10 @@ TEST_F(RestorePartitionsTest, ATargetMayEnd34SectorsBehindTheLastPartition)
 
 TEST_F(RestorePartitionsTest, ATargetThatIsASectorShorterIsLeftUntouched)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_BUFFER_TOO_SMALL,
+          "the disk is a sector too short, with and without a new table; nothing is written");
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "only chosen partitions need room");
+
     const uint64_t size = kThird.start + kThird.length + 33 * 512;
     AddTarget(size);
 
@@ -294,6 +348,9 @@ TEST_F(RestorePartitionsTest, ATargetThatIsASectorShorterIsLeftUntouched)
 
 TEST_F(RestorePartitionsTest, OfASectorThatIsNotWholeNothingCounts)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_BUFFER_TOO_SMALL, "a size that is no whole sector is rounded down");
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a part of a sector more does no harm");
+
     const uint64_t end = kThird.start + kThird.length;
     PretendSize("PhysicalDrive0", static_cast<int64_t>(end + 34 * 512 - 1));
     EXPECT_EQ(RestorePartitions({}), KK_STATUS_BUFFER_TOO_SMALL);
@@ -304,6 +361,10 @@ TEST_F(RestorePartitionsTest, OfASectorThatIsNotWholeNothingCounts)
 
 TEST_F(RestorePartitionsTest, LargeSectorsKeep34OfThemFree)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "34 sectors of 4096 bytes are kept free");
+    SHOWS(KkRestorePartitions, KK_STATUS_BUFFER_TOO_SMALL,
+          "33 sectors of 4096 bytes behind the last partition are too few");
+
     MakeImage(kLargeGpt, {kFirst}, kSize);
     AddTarget(3 * kMiB + 34 * 4096, 4096);
     EXPECT_EQ(RestorePartitions({}, 1), 0);
@@ -314,6 +375,8 @@ TEST_F(RestorePartitionsTest, LargeSectorsKeep34OfThemFree)
 
 TEST_F(RestorePartitionsTest, ATargetOfNoMoreThan34SectorsHasNoRoom)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_BUFFER_TOO_SMALL, "a disk of no more than 34 sectors has no room");
+
     for (const int64_t size : {1, 512, 33 * 512, 34 * 512, 35 * 512}) {
         PretendSize("PhysicalDrive0", size);
 
@@ -324,6 +387,9 @@ TEST_F(RestorePartitionsTest, ATargetOfNoMoreThan34SectorsHasNoRoom)
 
 TEST_F(RestorePartitionsTest, APlaceThatNoDiskHasDoesNotFit)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_BUFFER_TOO_SMALL,
+          "places that no disk has do not fit, also when their ends wrap");
+
     struct Entry {
         uint64_t firstLba;
         uint64_t lastLba;
@@ -347,6 +413,10 @@ TEST_F(RestorePartitionsTest, APlaceThatNoDiskHasDoesNotFit)
 
 TEST_F(RestorePartitionsTest, TheReserveIsKeptEvenWhereTheImagesOwnTableEndsLater)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_BUFFER_TOO_SMALL,
+          "the last 34 sectors are kept free also where the image's own table goes further");
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a partition up to the last 34 sectors fits");
+
     // The last sector that such a table may use is the 34th from the end.
     MakeImage(kSmallGpt, {{kSize - 34 * 512 - 4096, 4096 + 512}}, kSize);
     EXPECT_EQ(RestorePartitions({}), KK_STATUS_BUFFER_TOO_SMALL);
@@ -357,6 +427,9 @@ TEST_F(RestorePartitionsTest, TheReserveIsKeptEvenWhereTheImagesOwnTableEndsLate
 
 TEST_F(RestorePartitionsTest, ATargetThatDoesNotTellItsSizeIsNotMeasured)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a disk that does not tell its size is not measured");
+    SHOWS(KkRestorePartitions, 0xC0000015, "a disk that does not tell its size refuses what does not fit");
+
     AddTarget(16 * kMiB);
     Fail({.code = 0x7405C}, 0xC0000010);
 
@@ -369,6 +442,9 @@ TEST_F(RestorePartitionsTest, ATargetThatDoesNotTellItsSizeIsNotMeasured)
 
 TEST_F(RestorePartitionsTest, ATargetThatDoesNotTellItsSizeGetsATableOfTheImagesSize)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "a disk that does not tell its size gets a table of the image's size");
+
     AddTarget(kSize + 8 * kMiB);
     PretendSize("PhysicalDrive0", 0);
 
@@ -380,6 +456,9 @@ TEST_F(RestorePartitionsTest, ATargetThatDoesNotTellItsSizeGetsATableOfTheImages
 
 TEST_F(RestorePartitionsTest, WithoutASizeALengthBeyondTheImageEndsWithTheImage)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "without the disk's size a length beyond the image ends with the image");
+
     AddTarget(kSize + 8 * kMiB);
     PutInImage(1024 + 40, machine::BytesOf(uint64_t{1} << 50));
     PretendSize("PhysicalDrive0", 0);
@@ -397,6 +476,8 @@ TEST_F(RestorePartitionsTest, WithoutASizeALengthBeyondTheImageEndsWithTheImage)
 
 TEST_F(RestorePartitionsTest, ALargerTargetGetsATableOfItsOwnSize)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a larger disk gets a table of its own size");
+
     AddTarget(kSize + 8 * kMiB);
 
     EXPECT_EQ(RestorePartitions({}, 1), 0);
@@ -409,6 +490,8 @@ TEST_F(RestorePartitionsTest, ALargerTargetGetsATableOfItsOwnSize)
 
 TEST_F(RestorePartitionsTest, AFileServesAsATarget)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "a plain file serves as a target");
+
     Shell("head -c 33554432 /dev/zero > '" + (folder / "disk.img").string() + "'");
 
     EXPECT_EQ(RestorePartitions({}, 1, WindowsPath(folder / "disk.img")), 0);
@@ -421,6 +504,9 @@ TEST_F(RestorePartitionsTest, AFileServesAsATarget)
 
 TEST_F(RestorePartitionsTest, TheTargetIsToldNothingOfItsNewPartitions)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "the system is not told of the new table; it shows it after it has read the disk again");
+
     EXPECT_EQ(RestorePartitions({}, 1), 0);
 
     EXPECT_EQ(machine.journal.Count({.code = 0x70140}), 0u);

@@ -175,6 +175,12 @@ private:
 
 TEST_F(RestoreSweepTest, ADiskWithItsTable)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "what does not concern data or tables may fail");
+    SHOWS(KkRestorePartitions, KK_STATUS_NO_MEMORY,
+          "no memory for a device, a list or the buffer; the disk is written as far as the writes succeeded");
+    SHOWS(KkRestorePartitions, KK_STATUS_UNSUCCESSFUL, "no memory while reading the image or for the new table");
+    SHOWS(KkRestorePartitions, KK_STATUS_REGISTRY_CORRUPT, "the image's metadata cannot be found");
+
     AddTarget(kSize);
     Sweep([this] { return RestorePartitions({1, 2}, 1); },
           {{0, 512}, {512, 512}, {1024, 16384}, {kSize - 512 - 16384, 16384}, {kSize - 512, 512}, kFirst, kSecond},
@@ -185,6 +191,11 @@ TEST_F(RestoreSweepTest, ADiskWithItsTable)
 
 TEST_F(RestoreSweepTest, FreeSpaceOfAGpt)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "what only tells the system of the change may fail");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "the disk does not tell its size");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_NO_MEMORY, "no memory for a device, a list, the table or the buffer");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_UNSUCCESSFUL, "no memory while reading the image");
+
     AddTarget(kSmallGpt, {{kMiB, kMiB}}, kSize);
     Sweep([this] { return RestoreToFreeSpace(2, 4 * kMiB, 5 * kMiB); },
           {{1024, 16384}, {512, 512}, {kSize - 512 - 16384, 16384}, {kSize - 512, 512}, {4 * kMiB, 2 * kMiB}},
@@ -200,6 +211,12 @@ TEST_F(RestoreSweepTest, FreeSpaceOfAGpt)
 
 TEST_F(RestoreSweepTest, FreeSpaceOfAnMbr)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "what only tells the system of the change may fail, on an MBR disk");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "an MBR disk does not tell its size");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_NO_MEMORY,
+          "no memory for a device, a list, the table or the buffer, on an MBR disk");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_UNSUCCESSFUL, "no memory while reading the image, for an MBR disk");
+
     AddTarget(kSmallMbr, {{kMiB, kMiB}}, kSize);
     Sweep([this] { return RestoreToFreeSpace(2, 4 * kMiB, 5 * kMiB, 1); }, {{0, 512}, {4 * kMiB, 2 * kMiB}},
           [](const CallRecord& call, const Before& before, FaultMode mode) {
@@ -213,6 +230,10 @@ TEST_F(RestoreSweepTest, FreeSpaceOfAnMbr)
 
 TEST_F(RestoreSweepTest, AVolumeThatIsExtendedAfterwards)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "lock, dismount, flush, unlock and the extension may fail");
+    SHOWS(KkRestoreToVolume, KK_STATUS_NO_MEMORY, "no memory for a device, a list or the buffer");
+    SHOWS(KkRestoreToVolume, KK_STATUS_UNSUCCESSFUL, "no memory while reading the image");
+
     machine::FormatRegion(MakeImage(kSmallGpt, {kFirst, kSecond}, kSize), 512, kSecond.start, kSecond.length,
                           machine::FileSystem::Ntfs, {});
     BeginCall();
@@ -228,6 +249,11 @@ TEST_F(RestoreSweepTest, AVolumeThatIsExtendedAfterwards)
 
 TEST_F(RestoreSweepTest, AClonedVolume)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS,
+          "lock, dismount, flush, unlock, the extension and reads of the source may fail");
+    SHOWS(KkCloneVolume, KK_STATUS_NO_MEMORY, "no memory for a device or the buffer");
+    SHOWS(KkCloneVolume, KK_STATUS_UNSUCCESSFUL, "the source does not tell its size");
+
     AddTarget(kSmallGpt, {kFirst, kSecond, {6 * kMiB, 3 * kMiB}}, kSize);
     Target().WriteBytes(kSecond.start, Pattern(kSecond.length, 1));
     machine.FindVolume(0, 6 * kMiB)->SetNtfsData([](const machine::ControlRequest&) {

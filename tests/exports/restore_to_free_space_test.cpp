@@ -55,6 +55,9 @@ protected:
 
 TEST_F(RestoreToFreeSpaceTest, ThePartitionFillsTheRegion)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "the partition fills the region and begins with the image's bytes; the system knows it");
+
     ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
 
     EXPECT_EQ(Added(), (Place{8 * kMiB, 16 * kMiB}));
@@ -65,6 +68,9 @@ TEST_F(RestoreToFreeSpaceTest, ThePartitionFillsTheRegion)
 
 TEST_F(RestoreToFreeSpaceTest, ThePartitionKeepsItsSizeWhenAskedTo)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "any number but 0 keeps the size that the partition has in the image");
+
     for (const int32_t yes : {1, 0x100, -1, Status(0x80000000)}) {
         AddTarget(kSmallGpt, {kTaken}, kSize);
 
@@ -76,6 +82,9 @@ TEST_F(RestoreToFreeSpaceTest, ThePartitionKeepsItsSizeWhenAskedTo)
 
 TEST_F(RestoreToFreeSpaceTest, TheEntryIsABasicDataPartitionWithTheUsualName)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "the entry is of the type basic data with the usual name, a new identifier and no attributes");
+
     ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
 
     for (const uint64_t headerLba : {uint64_t{1}, kSize / 512 - 1}) {
@@ -89,6 +98,8 @@ TEST_F(RestoreToFreeSpaceTest, TheEntryIsABasicDataPartitionWithTheUsualName)
 
 TEST_F(RestoreToFreeSpaceTest, OnAnMbrDiskTheTypeIsThatOfNtfs)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "on an MBR disk the entry is of the type 0x07 and inactive");
+
     AddTarget(kSmallMbr, {kTaken}, kSize);
 
     ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
@@ -102,6 +113,8 @@ TEST_F(RestoreToFreeSpaceTest, OnAnMbrDiskTheTypeIsThatOfNtfs)
 
 TEST_F(RestoreToFreeSpaceTest, TheStartIsTheNextMebibyteAndNeverTheDisksBeginning)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "the start is rounded up to the next MiB, never below 1 MiB");
+
     const std::pair<uint64_t, uint64_t> starts[] = {
         {0, kMiB}, {1, kMiB}, {kMiB, kMiB}, {kMiB + 1, 2 * kMiB}, {2 * kMiB - 1, 2 * kMiB}, {9 * kMiB, 9 * kMiB}};
     for (const auto& [regionStart, start] : starts) {
@@ -116,6 +129,8 @@ TEST_F(RestoreToFreeSpaceTest, TheStartIsTheNextMebibyteAndNeverTheDisksBeginnin
 
 TEST_F(RestoreToFreeSpaceTest, TheRoomBeforeTheStartIsLost)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "the room before the rounded start is lost");
+
     ASSERT_EQ(Restore(8 * kMiB + 1, 5 * kMiB), 0);
 
     EXPECT_EQ(Added(), (Place{9 * kMiB, 4 * kMiB})) << "up to the last whole sector";
@@ -123,6 +138,8 @@ TEST_F(RestoreToFreeSpaceTest, TheRoomBeforeTheStartIsLost)
 
 TEST_F(RestoreToFreeSpaceTest, ARegionMayReachFarBehindTheDisk)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "what of the region reaches past the disk is cut off");
+
     for (const uint64_t length : {kAll, kAll - 40 * kMiB, kSize}) {
         AddTarget(kSmallGpt, {kTaken}, kSize);
         ASSERT_EQ(Restore(40 * kMiB, length), 0);
@@ -136,6 +153,8 @@ TEST_F(RestoreToFreeSpaceTest, ARegionMayReachFarBehindTheDisk)
 
 TEST_F(RestoreToFreeSpaceTest, ARegionThatBeginsBehindTheDiskHasNoRoom)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "a region behind the disk has no room");
+
     for (const uint64_t start : {kSize, kSize + kMiB, uint64_t{1} << 63, kAll - 1, kAll}) {
         for (const int32_t keepSize : {0, 1}) {
             ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, start, kAll, keepSize);
@@ -145,6 +164,8 @@ TEST_F(RestoreToFreeSpaceTest, ARegionThatBeginsBehindTheDiskHasNoRoom)
 
 TEST_F(RestoreToFreeSpaceTest, ARegionOfExactlyTheLengthWillDo)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "a region of exactly the length will do");
+
     for (const int32_t keepSize : {0, 1}) {
         AddTarget(kSmallGpt, {kTaken}, kSize);
 
@@ -156,6 +177,8 @@ TEST_F(RestoreToFreeSpaceTest, ARegionOfExactlyTheLengthWillDo)
 
 TEST_F(RestoreToFreeSpaceTest, ARegionThatIsAByteShorterWillNot)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "a region that is a byte shorter will not do");
+
     for (const int32_t keepSize : {0, 1}) {
         ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, kLength - 1, keepSize);
         ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, 0, keepSize);
@@ -164,6 +187,10 @@ TEST_F(RestoreToFreeSpaceTest, ARegionThatIsAByteShorterWillNot)
 
 TEST_F(RestoreToFreeSpaceTest, LengthsAreWholeSectorsOfTheTarget)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_INVALID_PARAMETER,
+          "a kept length is rounded up to the disk's sectors, but the disk refuses to be written a part of one");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "a length that fills the region is rounded down to whole sectors");
+
     AddTarget(kLargeGpt, {kTaken}, kSize);
     ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB, 1), KK_STATUS_INVALID_PARAMETER)
         << "a disk of large sectors refuses to be written a part of one";
@@ -178,6 +205,8 @@ TEST_F(RestoreToFreeSpaceTest, LengthsAreWholeSectorsOfTheTarget)
 
 TEST_F(RestoreToFreeSpaceTest, WhatFitsOnlyBeforeItIsRoundedDoesNotFit)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "what fits only before it is rounded does not fit");
+
     AddTarget(kLargeGpt, {kTaken}, kSize);
 
     ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, 3 * kMiB + 4095, 1);
@@ -187,6 +216,8 @@ TEST_F(RestoreToFreeSpaceTest, WhatFitsOnlyBeforeItIsRoundedDoesNotFit)
 
 TEST_F(RestoreToFreeSpaceTest, APartitionAsLongAsNumbersGoDoesNotFit)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "lengths as large as numbers go do not fit");
+
     const uint64_t lastLba = 1024 + 128 + 40;
     for (const uint64_t value : {(uint64_t{1} << 55) + 2 * kMiB / 512 - 2, uint64_t{1} << 54, kAll}) {
         PutInImage(lastLba, machine::BytesOf(value));
@@ -198,6 +229,10 @@ TEST_F(RestoreToFreeSpaceTest, APartitionAsLongAsNumbersGoDoesNotFit)
 
 TEST_F(RestoreToFreeSpaceTest, APartitionOfNoLengthFitsWhereThereIsNoRoom)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "a partition of no length fits where there is no room");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL,
+          "even a partition of no length has no place at the end of all numbers");
+
     PutInImage(1024 + 128 + 40, machine::BytesOf(kSource / 512 - 1));
 
     EXPECT_EQ(Restore(8 * kMiB, 0), 0);
@@ -210,6 +245,8 @@ TEST_F(RestoreToFreeSpaceTest, APartitionOfNoLengthFitsWhereThereIsNoRoom)
 
 TEST_F(RestoreToFreeSpaceTest, AGptsUsableAreaLimitsTheRegion)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "the region is limited by what the GPT calls usable");
+
     PutOnTarget(kFirstUsableField, 5 * kMiB / 512 + 1);
     PutOnTarget(kLastUsableField, 20 * kMiB / 512 + 6);
 
@@ -220,6 +257,8 @@ TEST_F(RestoreToFreeSpaceTest, AGptsUsableAreaLimitsTheRegion)
 
 TEST_F(RestoreToFreeSpaceTest, AUsableAreaIsNeverWidened)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "what the GPT calls usable never widens the region");
+
     PutOnTarget(kFirstUsableField, 0);
     PutOnTarget(kLastUsableField, kAll);
 
@@ -230,6 +269,8 @@ TEST_F(RestoreToFreeSpaceTest, AUsableAreaIsNeverWidened)
 
 TEST_F(RestoreToFreeSpaceTest, AUsableAreaThatBeginsBeyondAllNumbersHasNoRoom)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "a usable area that begins beyond all numbers has no room");
+
     for (const uint64_t lba : {kAll, uint64_t{1} << 55, (uint64_t{1} << 55) + 16384}) {
         PutOnTarget(kFirstUsableField, lba);
 
@@ -239,6 +280,8 @@ TEST_F(RestoreToFreeSpaceTest, AUsableAreaThatBeginsBeyondAllNumbersHasNoRoom)
 
 TEST_F(RestoreToFreeSpaceTest, AUsableAreaWithoutSectorsHasNoRoom)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "a usable area without sectors has no room");
+
     PutOnTarget(kLastUsableField, 0);
 
     ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 0, kAll, 1);
@@ -246,6 +289,8 @@ TEST_F(RestoreToFreeSpaceTest, AUsableAreaWithoutSectorsHasNoRoom)
 
 TEST_F(RestoreToFreeSpaceTest, AHeaderThatCannotBeReadLimitsNothing)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "a header that cannot be read limits nothing");
+
     machine.faults.Fail({.kind = CallKind::ReadFile, .object = "PhysicalDrive0"}, 1, 0xC0000185);
 
     ASSERT_EQ(Restore(40 * kMiB, kAll), 0);
@@ -255,6 +300,9 @@ TEST_F(RestoreToFreeSpaceTest, AHeaderThatCannotBeReadLimitsNothing)
 
 TEST_F(RestoreToFreeSpaceTest, AHeaderWithoutItsSignatureLimitsNothingAndTakesNoPartition)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_REGISTRY_CORRUPT,
+          "a header without its signature limits nothing and takes no partition");
+
     PutOnTarget(kFirstUsableField, kAll);
     Target().FlipBit(512);
 
@@ -263,6 +311,8 @@ TEST_F(RestoreToFreeSpaceTest, AHeaderWithoutItsSignatureLimitsNothingAndTakesNo
 
 TEST_F(RestoreToFreeSpaceTest, OfAnMbrDiskNoHeaderIsRead)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "on an MBR disk no header is read");
+
     AddTarget(kSmallMbr, {kTaken}, kSize);
     const std::vector<uint8_t> header = ImageBytes(512, 512);
     Target().WriteBytes(512, header);
@@ -276,6 +326,8 @@ TEST_F(RestoreToFreeSpaceTest, OfAnMbrDiskNoHeaderIsRead)
 
 TEST_F(RestoreToFreeSpaceTest, ARegionThatReachesIntoAPartitionIsNotFree)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_INVALID_PARAMETER, "a partition of the disk lies in the way");
+
     const uint64_t end = kTaken.start + kTaken.length;
     for (const TableKind table : {TableKind::Gpt, TableKind::Mbr}) {
         AddTarget({table, 512}, {kTaken}, kSize);
@@ -290,6 +342,8 @@ TEST_F(RestoreToFreeSpaceTest, ARegionThatReachesIntoAPartitionIsNotFree)
 
 TEST_F(RestoreToFreeSpaceTest, ARegionMayTouchItsNeighbours)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "the new partition may touch others at both ends");
+
     AddTarget(kSmallGpt, {kTaken, {20 * kMiB, 8 * kMiB}}, kSize);
 
     ASSERT_EQ(Restore(28 * kMiB, 4 * kMiB), 0);
@@ -299,6 +353,8 @@ TEST_F(RestoreToFreeSpaceTest, ARegionMayTouchItsNeighbours)
 
 TEST_F(RestoreToFreeSpaceTest, KeptSizesNeedOnlyTheirOwnRoomFree)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "a kept size needs only its own room free");
+
     ASSERT_EQ(Restore(28 * kMiB, 30 * kMiB, 1), 0);
 
     EXPECT_EQ(Added(), (Place{28 * kMiB, kLength}));
@@ -306,6 +362,9 @@ TEST_F(RestoreToFreeSpaceTest, KeptSizesNeedOnlyTheirOwnRoomFree)
 
 TEST_F(RestoreToFreeSpaceTest, ADiskWithoutATableIsNotSupported)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_NOT_SUPPORTED,
+          "the disk has neither an MBR nor a GPT; it is not opened for writing");
+
     AddTarget(kSize);
 
     ExpectRefused(KK_STATUS_NOT_SUPPORTED, 8 * kMiB, 16 * kMiB);
@@ -315,6 +374,8 @@ TEST_F(RestoreToFreeSpaceTest, ADiskWithoutATableIsNotSupported)
 
 TEST_F(RestoreToFreeSpaceTest, ADiskThatIsNotThereTellsWhy)
 {
+    SHOWS(KkRestoreToFreeSpace, 0xC0000034, "the status of a disk that does not open is passed on");
+
     BeginCall();
 
     EXPECT_EQ(api.restoreToFreeSpace(ImagePath().c_str(), 2, 7, 0, kAll, 0), machine::kObjectNameNotFound);
@@ -322,6 +383,8 @@ TEST_F(RestoreToFreeSpaceTest, ADiskThatIsNotThereTellsWhy)
 
 TEST_F(RestoreToFreeSpaceTest, ADiskThatDoesNotTellItsSizeHasNoRoom)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_BUFFER_TOO_SMALL, "a disk that does not tell its size has no room");
+
     Fail({.code = 0x700A0}, 0xC0000010);
 
     ExpectRefused(KK_STATUS_BUFFER_TOO_SMALL, 8 * kMiB, 16 * kMiB);
@@ -329,6 +392,8 @@ TEST_F(RestoreToFreeSpaceTest, ADiskThatDoesNotTellItsSizeHasNoRoom)
 
 TEST_F(RestoreToFreeSpaceTest, ASectorSizeOfZeroCountsAs512)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "a reported sector size of 0 means 512");
+
     Target().behaviour.reportsZeroBytesPerSector = true;
 
     ASSERT_EQ(Restore(8 * kMiB, 4 * kMiB + 700), 0);
@@ -338,6 +403,8 @@ TEST_F(RestoreToFreeSpaceTest, ASectorSizeOfZeroCountsAs512)
 
 TEST_F(RestoreToFreeSpaceTest, AFullTableTakesNoPartition)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_DISK_FULL, "the disk's table has no unused entry");
+
     AddTarget(kSmallMbr, {{32 * kMiB, kMiB}, {34 * kMiB, kMiB}, {36 * kMiB, kMiB}, {38 * kMiB, kMiB}}, kSize);
 
     ExpectRefused(KK_STATUS_DISK_FULL, 8 * kMiB, 16 * kMiB);
@@ -345,6 +412,8 @@ TEST_F(RestoreToFreeSpaceTest, AFullTableTakesNoPartition)
 
 TEST_F(RestoreToFreeSpaceTest, AnImageWithAnMbrServesToo)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "an image with an MBR serves too");
+
     MakeImage(kSmallMbr, {{kTinySource, 512}, {kSource, kLength}}, 8 * kMiB);
 
     ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB, 1), 0);
@@ -355,6 +424,10 @@ TEST_F(RestoreToFreeSpaceTest, AnImageWithAnMbrServesToo)
 
 TEST_F(RestoreToFreeSpaceTest, AnImageWithoutWhatIsAskedForLeavesTheDiskAlone)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_INVALID_PARAMETER,
+          "the image has no such partition, or none at all; the disk is not looked at");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_REGISTRY_CORRUPT, "the image's disk has no table");
+
     EXPECT_EQ(RestoreToFreeSpace(3, 8 * kMiB, 16 * kMiB), KK_STATUS_INVALID_PARAMETER);
     EXPECT_EQ(RestoreToFreeSpace(0, 8 * kMiB, 16 * kMiB), KK_STATUS_INVALID_PARAMETER);
     MakeImage(kSmallGpt, std::vector<Place>{}, 8 * kMiB);
@@ -367,6 +440,8 @@ TEST_F(RestoreToFreeSpaceTest, AnImageWithoutWhatIsAskedForLeavesTheDiskAlone)
 
 TEST_F(RestoreToFreeSpaceTest, TheImagesPathIsRequired)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_INVALID_PARAMETER, "the path is null; nothing is done");
+
     BeginCall();
 
     EXPECT_EQ(api.restoreToFreeSpace(nullptr, 2, 0, 8 * kMiB, 16 * kMiB, 0), KK_STATUS_INVALID_PARAMETER);
@@ -376,6 +451,9 @@ TEST_F(RestoreToFreeSpaceTest, TheImagesPathIsRequired)
 
 TEST_F(RestoreToFreeSpaceTest, TheSystemLearnsOfThePartitionWhenItIsFilled)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "the system is told of the partition when it is filled, after the table was edited copy by copy");
+
     ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
 
     const std::string backupArray = std::to_string(kSize - 512 - 16384) + "+16384";
@@ -393,6 +471,9 @@ TEST_F(RestoreToFreeSpaceTest, TheSystemLearnsOfThePartitionWhenItIsFilled)
 
 TEST_F(RestoreToFreeSpaceTest, AFailingCopyLeavesTheEntryAndTellsNobody)
 {
+    SHOWS(KkRestoreToFreeSpace, 0xC0000185,
+          "a failing write of data leaves the entry in the table, and the system is not told");
+
     // Two arrays and two headers come before the data.
     machine.faults.Fail({.kind = CallKind::WriteFile}, 5, 0xC0000185);
 
@@ -406,6 +487,8 @@ TEST_F(RestoreToFreeSpaceTest, AFailingCopyLeavesTheEntryAndTellsNobody)
 
 TEST_F(RestoreToFreeSpaceTest, AFailingTableEditIsFollowedByNoData)
 {
+    SHOWS(KkRestoreToFreeSpace, 0xC0000185, "a failing write of the table is followed by no data");
+
     for (uint64_t nth = 1; nth <= 4; ++nth) {
         AddTarget(kSmallGpt, {kTaken}, kSize);
         machine.faults.Clear();
@@ -420,6 +503,9 @@ TEST_F(RestoreToFreeSpaceTest, AFailingTableEditIsFollowedByNoData)
 
 TEST_F(RestoreToFreeSpaceTest, WithoutMemoryForTheBufferTheEntryStays)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_NO_MEMORY,
+          "no memory for the buffer; the entry stays, and the system is not told");
+
     machine.heap.SetLimit(4 * kMiB);
 
     EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), KK_STATUS_NO_MEMORY);
@@ -430,6 +516,8 @@ TEST_F(RestoreToFreeSpaceTest, WithoutMemoryForTheBufferTheEntryStays)
 
 TEST_F(RestoreToFreeSpaceTest, AFlushOrRefreshThatFailsIsNoFailure)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "a flush that fails, or telling the system, does not matter");
+
     Fail({.kind = CallKind::Flush}, 0xC0000185);
     Fail({.code = 0x70140}, 0xC0000185);
 
@@ -441,6 +529,8 @@ TEST_F(RestoreToFreeSpaceTest, AFlushOrRefreshThatFailsIsNoFailure)
 
 TEST_F(RestoreToFreeSpaceTest, AChunkOfZerosLeavesWhatTheDiskHeld)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "8 MiB of zeros are not written; the disk's old bytes stay there");
+
     MakeImage(kSmallGpt, {{kTinySource + 12 * kMiB, 512}, {kSource, kTransfer + kMiB}}, 20 * kMiB);
     PutZerosInImage(kSource, kTransfer);
 
@@ -452,6 +542,8 @@ TEST_F(RestoreToFreeSpaceTest, AChunkOfZerosLeavesWhatTheDiskHeld)
 
 TEST_F(RestoreToFreeSpaceTest, OneBufferIsTakenAndGivenBack)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "one buffer is taken and freed");
+
     ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
 
     EXPECT_EQ(std::ranges::count(machine.heap.Sizes(), kTransfer), 1);
@@ -460,6 +552,8 @@ TEST_F(RestoreToFreeSpaceTest, OneBufferIsTakenAndGivenBack)
 
 TEST_F(RestoreToFreeSpaceTest, SectorsTooSmallForAHeaderAreNotRead)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_REGISTRY_CORRUPT, "sectors too small for a header; the disk is not read");
+
     machine.OnControl({.object = "PhysicalDrive0", .code = 0x700A0},
                       [](const machine::CallRecord&, const machine::ControlRequest&) {
                           kk::DiskGeometryEx geometry = {};

@@ -81,6 +81,8 @@ protected:
 
 TEST_F(RestoreToVolumeTest, TheVolumeBeginsWithThePartition)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "the volume begins with the partition's bytes; the rest stays");
+
     ASSERT_EQ(Restore(), 0);
 
     ExpectRestored(kSource, kStart, kLength);
@@ -90,6 +92,9 @@ TEST_F(RestoreToVolumeTest, TheVolumeBeginsWithThePartition)
 
 TEST_F(RestoreToVolumeTest, TheVolumeIsLockedDismountedFilledFlushedAndUnlocked)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS,
+          "the volume is locked, dismounted, filled, flushed and unlocked, in this order");
+
     ASSERT_EQ(Restore(), 0);
 
     EXPECT_THAT(Steps(), ElementsAreArray(Joined(copied, {"close image"})));
@@ -97,6 +102,9 @@ TEST_F(RestoreToVolumeTest, TheVolumeIsLockedDismountedFilledFlushedAndUnlocked)
 
 TEST_F(RestoreToVolumeTest, TheFileSystemIsExtendedThroughAHandleOfItsOwn)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS,
+          "the file system is extended to the volume's size, through a handle of its own");
+
     AnswerNtfsData(1000, 512);
 
     ASSERT_EQ(Restore(1), 0);
@@ -109,6 +117,8 @@ TEST_F(RestoreToVolumeTest, TheFileSystemIsExtendedThroughAHandleOfItsOwn)
 
 TEST_F(RestoreToVolumeTest, AnyNumberButZeroAsksForTheExtension)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "any number but 0 asks for the extension of the file system");
+
     AnswerNtfsData(1000, 512);
     for (const uint32_t yes : {1u, 0x100u, 0x80000000u}) {
         ASSERT_EQ(Restore(yes), 0);
@@ -121,6 +131,8 @@ TEST_F(RestoreToVolumeTest, AnyNumberButZeroAsksForTheExtension)
 
 TEST_F(RestoreToVolumeTest, TheExtensionCountsInTheFileSystemsSectors)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "the extension counts in the file system's sectors, 0 as 512");
+
     AnswerNtfsData(1000, 4096);
     ASSERT_EQ(Restore(1), 0);
     EXPECT_THAT(Extensions(), ElementsAre(kVolumeLength / 4096));
@@ -132,6 +144,8 @@ TEST_F(RestoreToVolumeTest, TheExtensionCountsInTheFileSystemsSectors)
 
 TEST_F(RestoreToVolumeTest, AFileSystemThatFillsTheVolumeIsNotExtended)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "a file system that fills the volume is not extended");
+
     const int64_t sectors = kVolumeLength / 512;
     for (const int64_t numberSectors : {sectors, sectors + 1, int64_t{-1}}) {
         AnswerNtfsData(numberSectors, 512);
@@ -145,6 +159,8 @@ TEST_F(RestoreToVolumeTest, AFileSystemThatFillsTheVolumeIsNotExtended)
 
 TEST_F(RestoreToVolumeTest, AnythingButNtfsIsNotExtended)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "file systems other than NTFS are not extended");
+
     ASSERT_EQ(Restore(1), 0);
 
     EXPECT_THAT(Steps(), ElementsAreArray(Joined(copied, {"open volume 1 for writing", "NTFS data of volume 1",
@@ -153,6 +169,8 @@ TEST_F(RestoreToVolumeTest, AnythingButNtfsIsNotExtended)
 
 TEST_F(RestoreToVolumeTest, AnExtensionThatFailsIsNoFailure)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "whether the file system could be extended does not change the result");
+
     AnswerNtfsData(1000, 512);
     machine.faults.Fail({.kind = CallKind::CreateFile, .object = "HarddiskVolume1"}, 2, 0xC0000022);
     EXPECT_EQ(Restore(1), 0);
@@ -172,6 +190,8 @@ TEST_F(RestoreToVolumeTest, AnExtensionThatFailsIsNoFailure)
 
 TEST_F(RestoreToVolumeTest, AVolumeMayBeExactlyAsLongAsThePartition)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "the volume may be exactly as long as the partition");
+
     PretendSize("HarddiskVolume1", kLength);
 
     EXPECT_EQ(Restore(), 0);
@@ -181,6 +201,9 @@ TEST_F(RestoreToVolumeTest, AVolumeMayBeExactlyAsLongAsThePartition)
 
 TEST_F(RestoreToVolumeTest, AVolumeThatIsAByteTooShortIsUnlockedUntouched)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_BUFFER_TOO_SMALL,
+          "the volume is a byte shorter than the partition; it was dismounted and nothing written");
+
     PretendSize("HarddiskVolume1", kLength - 1);
 
     EXPECT_EQ(Restore(1), KK_STATUS_BUFFER_TOO_SMALL);
@@ -194,6 +217,8 @@ TEST_F(RestoreToVolumeTest, AVolumeThatIsAByteTooShortIsUnlockedUntouched)
 
 TEST_F(RestoreToVolumeTest, APartitionAsLongAsNumbersGoDoesNotFit)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_BUFFER_TOO_SMALL, "a partition as long as numbers go does not fit");
+
     PutInImage(1024 + 128 + 40, machine::BytesOf((uint64_t{1} << 55) - 2));
 
     EXPECT_EQ(Restore(), KK_STATUS_BUFFER_TOO_SMALL);
@@ -203,6 +228,8 @@ TEST_F(RestoreToVolumeTest, APartitionAsLongAsNumbersGoDoesNotFit)
 
 TEST_F(RestoreToVolumeTest, AVolumeThatDoesNotTellItsSizeIsNotMeasured)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "a volume that does not tell its size is not measured");
+
     Fail({.code = 0x7405C}, 0xC0000010);
     EXPECT_EQ(Restore(), 0);
     ExpectRestored(kSource, kStart, kLength);
@@ -210,6 +237,9 @@ TEST_F(RestoreToVolumeTest, AVolumeThatDoesNotTellItsSizeIsNotMeasured)
 
 TEST_F(RestoreToVolumeTest, WithoutASizeALengthBeyondTheImageEndsWithTheImage)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS,
+          "without the volume's size a length beyond the image ends with the image");
+
     PutInImage(1024 + 128 + 40, machine::BytesOf((uint64_t{1} << 55) - 2));
     PutZerosInImage(kSize - kMiB, kMiB);
     Fail({.code = 0x7405C}, 0xC0000010);
@@ -222,6 +252,8 @@ TEST_F(RestoreToVolumeTest, WithoutASizeALengthBeyondTheImageEndsWithTheImage)
 
 TEST_F(RestoreToVolumeTest, ALockOrDismountThatIsRefusedStopsNothing)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "a refused lock or dismount stops nothing");
+
     Fail({.code = 0x90018}, 0xC0000022);
     Fail({.code = 0x90020}, 0xC0000022);
 
@@ -232,6 +264,8 @@ TEST_F(RestoreToVolumeTest, ALockOrDismountThatIsRefusedStopsNothing)
 
 TEST_F(RestoreToVolumeTest, AFlushOrUnlockThatFailsIsNoFailure)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "a flush or unlock that fails does not matter");
+
     Fail({.kind = CallKind::Flush}, 0xC0000185);
     Fail({.code = 0x9001C}, 0xC0000185);
 
@@ -242,6 +276,8 @@ TEST_F(RestoreToVolumeTest, AFlushOrUnlockThatFailsIsNoFailure)
 
 TEST_F(RestoreToVolumeTest, AFailingCopyLeavesTheUnlockingToTheClose)
 {
+    SHOWS(KkRestoreToVolume, 0xC0000185, "a failing write is passed on; the volume is partly written and not extended");
+
     machine.faults.Fail({.kind = CallKind::WriteFile}, 2, 0xC0000185);
 
     EXPECT_EQ(Restore(1), Status(0xC0000185));
@@ -256,6 +292,8 @@ TEST_F(RestoreToVolumeTest, AFailingCopyLeavesTheUnlockingToTheClose)
 
 TEST_F(RestoreToVolumeTest, AReadThatFailsDoesTheSame)
 {
+    SHOWS(KkRestoreToVolume, 0xC0000185, "a failing read of the image is passed on; the volume is not extended");
+
     Restore();
     const uint64_t reads = machine.journal.Count({.kind = CallKind::ReadFile});
     machine.faults.Fail({.kind = CallKind::ReadFile}, reads, 0xC0000185);
@@ -268,6 +306,9 @@ TEST_F(RestoreToVolumeTest, AReadThatFailsDoesTheSame)
 
 TEST_F(RestoreToVolumeTest, WithoutMemoryForTheBufferNothingIsWritten)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_NO_MEMORY,
+          "no memory for the buffer; the volume was dismounted and nothing written");
+
     machine.heap.SetLimit(4 * kMiB);
 
     EXPECT_EQ(Restore(1), KK_STATUS_NO_MEMORY);
@@ -279,6 +320,8 @@ TEST_F(RestoreToVolumeTest, WithoutMemoryForTheBufferNothingIsWritten)
 
 TEST_F(RestoreToVolumeTest, OneBufferIsTakenAndGivenBack)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "one buffer is taken and freed");
+
     ASSERT_EQ(Restore(1), 0);
 
     EXPECT_EQ(std::ranges::count(machine.heap.Sizes(), kTransfer), 1);
@@ -287,6 +330,8 @@ TEST_F(RestoreToVolumeTest, OneBufferIsTakenAndGivenBack)
 
 TEST_F(RestoreToVolumeTest, AChunkOfZerosLeavesWhatTheVolumeHeld)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "8 MiB of zeros are not written; the volume's old bytes stay there");
+
     PutZerosInImage(kSource, kTransfer);
 
     ASSERT_EQ(Restore(), 0);
@@ -297,6 +342,8 @@ TEST_F(RestoreToVolumeTest, AChunkOfZerosLeavesWhatTheVolumeHeld)
 
 TEST_F(RestoreToVolumeTest, ANumberThatTheImageDoesNotHaveLeavesTheVolumeAlone)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_INVALID_PARAMETER, "the image has no such partition; the volume is not opened");
+
     for (const uint32_t number : {0u, 3u, 129u}) {
         EXPECT_EQ(Restore(0, number), KK_STATUS_INVALID_PARAMETER);
         EXPECT_THAT(Steps(), ElementsAre("open image", "read image", "close image"));
@@ -305,6 +352,8 @@ TEST_F(RestoreToVolumeTest, ANumberThatTheImageDoesNotHaveLeavesTheVolumeAlone)
 
 TEST_F(RestoreToVolumeTest, AnImageWithAnMbrServesToo)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "an image with an MBR serves too");
+
     MakeImage(kSmallMbr, {{kMiB, kMiB}, {kSource, kLength}}, kSize);
 
     ASSERT_EQ(Restore(), 0);
@@ -314,6 +363,8 @@ TEST_F(RestoreToVolumeTest, AnImageWithAnMbrServesToo)
 
 TEST_F(RestoreToVolumeTest, AnImageWithoutATableTellsWhatTheGptLacks)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_REGISTRY_CORRUPT, "the image's disk has no table");
+
     MakeBlankImage(kSize);
 
     EXPECT_EQ(Restore(), KK_STATUS_REGISTRY_CORRUPT);
@@ -323,6 +374,8 @@ TEST_F(RestoreToVolumeTest, AnImageWithoutATableTellsWhatTheGptLacks)
 
 TEST_F(RestoreToVolumeTest, BothPathsAreRequired)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_INVALID_PARAMETER, "a path is null; nothing is done");
+
     BeginCall();
 
     EXPECT_EQ(api.restoreToVolume(nullptr, 2, VolumeAt(kStart).c_str(), 1), KK_STATUS_INVALID_PARAMETER);
@@ -333,6 +386,8 @@ TEST_F(RestoreToVolumeTest, BothPathsAreRequired)
 
 TEST_F(RestoreToVolumeTest, WhatDoesNotOpenEndsTheCall)
 {
+    SHOWS(KkRestoreToVolume, 0xC0000034, "the status of a volume or an image that does not open is passed on");
+
     EXPECT_EQ(RestoreToVolume(2, u"\\Device\\HarddiskVolume99"), machine::kObjectNameNotFound);
     BeginCall();
     EXPECT_EQ(api.restoreToVolume(u"Z:\\nowhere.vhdx", 2, VolumeAt(kStart).c_str(), 1), machine::kObjectNameNotFound);
@@ -341,6 +396,8 @@ TEST_F(RestoreToVolumeTest, WhatDoesNotOpenEndsTheCall)
 
 TEST_F(RestoreToVolumeTest, AVolumeMayBeNamedByItsPath)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "the volume may be named by its path without the backslash at its end");
+
     std::u16string path = machine.FindVolume(0, kStart)->Path();
     path.pop_back();
 
@@ -351,6 +408,9 @@ TEST_F(RestoreToVolumeTest, AVolumeMayBeNamedByItsPath)
 
 TEST_F(RestoreToVolumeTest, ALockedVolumeMayBeOverwrittenWhereMountedOnesAreProtected)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS,
+          "a volume that could be locked may be overwritten where mounted ones are protected");
+
     machine.Strict();
     Target().Format(kStart, kVolumeLength, machine::FileSystem::Fat16);
 
@@ -361,6 +421,9 @@ TEST_F(RestoreToVolumeTest, ALockedVolumeMayBeOverwrittenWhereMountedOnesAreProt
 
 TEST_F(RestoreToVolumeTest, AVolumeThatTheSystemUsesRefusesTheFirstWrite)
 {
+    SHOWS(KkRestoreToVolume, 0xC0000022,
+          "a volume that the system uses cannot be locked, and refuses the first write; nothing changes");
+
     machine.Strict();
     Target().Format(kStart, kVolumeLength, machine::FileSystem::Fat16);
     machine.FindVolume(0, kStart)->SetInUseBySystem();

@@ -114,6 +114,10 @@ constexpr char kPartitions[] = "1 2048 69632 c12a7328-f81f-11d2-ba4b-00a0c93ec93
 
 TEST_F(RestoredDiskJudgesTest, AWholeDiskOntoNewOnesOfManySizes)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "a whole disk onto new ones of many sizes: other tools accept table, file systems and files");
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "images of clusters in use, in real VHDX files, restore to sound file systems");
+
     BackUp(TableKind::Gpt);
     for (const uint64_t size : {kSize, kSize + 512, 160 * kMiB, kOther.start + kOther.length + 34 * 512}) {
         machine::Disk& disk = AddTarget(size);
@@ -131,6 +135,10 @@ TEST_F(RestoredDiskJudgesTest, AWholeDiskOntoNewOnesOfManySizes)
 
 TEST_F(RestoredDiskJudgesTest, AWholeDiskFromAnImageOfWholePartitions)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "a whole disk from an image of whole partitions, as judged by other tools");
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "images of whole partitions, in real VHDX files, restore to sound file systems");
+
     BackUp(TableKind::Gpt, 0);
     AddTarget(kSize);
 
@@ -144,6 +152,9 @@ TEST_F(RestoredDiskJudgesTest, AWholeDiskFromAnImageOfWholePartitions)
 
 TEST_F(RestoredDiskJudgesTest, AWholeDiskOverAnotherOnesLeftovers)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "a whole disk over the remains of another one, as judged by other tools");
+
     BackUp(TableKind::Gpt);
     AddTarget(kSmallMbr, {{kMiB, 80 * kMiB}}, kSize);
 
@@ -157,6 +168,9 @@ TEST_F(RestoredDiskJudgesTest, AWholeDiskOverAnotherOnesLeftovers)
 
 TEST_F(RestoredDiskJudgesTest, FreeSpaceOfBothKindsOfDisks)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "GPT and MBR images into free space of GPT and MBR disks, as judged by other tools");
+
     for (const TableKind image : {TableKind::Gpt, TableKind::Mbr}) {
         BackUp(image);
         for (const DiskKind& kind : {kSmallGpt, kSmallMbr}) {
@@ -180,6 +194,8 @@ TEST_F(RestoredDiskJudgesTest, FreeSpaceOfBothKindsOfDisks)
 
 TEST_F(RestoredDiskJudgesTest, AVolumeOfTheSameSize)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "NTFS and FAT onto volumes of the same size, as judged by other tools");
+
     BackUp(TableKind::Gpt, 0);
     AddTarget(kSmallGpt, {{kMiB, kNtfs.length}, {32 * kMiB, kFat.length}}, kSize);
     machine.Strict();
@@ -193,6 +209,9 @@ TEST_F(RestoredDiskJudgesTest, AVolumeOfTheSameSize)
 
 TEST_F(RestoredDiskJudgesTest, ALargerVolumeIsFilledWhenTheFileSystemIsExtended)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS,
+          "NTFS fills a larger volume when the extension is asked for, as judged by other tools");
+
     BackUp(TableKind::Mbr);
     const uint64_t length = 50 * kMiB;
     AddTarget(kSmallMbr, {{8 * kMiB, length}}, kSize);
@@ -206,6 +225,8 @@ TEST_F(RestoredDiskJudgesTest, ALargerVolumeIsFilledWhenTheFileSystemIsExtended)
 
 TEST_F(RestoredDiskJudgesTest, AClonedVolume)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "NTFS cloned onto a larger volume fills it, as judged by other tools");
+
     BackUp(TableKind::Gpt, 0);
     const uint64_t length = 30 * kMiB;
     AddTarget(kSmallGpt, {{kMiB, kNtfs.length}, {32 * kMiB, length}}, kSize);
@@ -219,6 +240,8 @@ TEST_F(RestoredDiskJudgesTest, AClonedVolume)
 
 TEST_F(RestoredDiskJudgesTest, AClonedVolumeIsTheSameForOthers)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "other tools find no difference between a volume and its clone");
+
     BackUp(TableKind::Gpt, 0);
     AddTarget(kSmallGpt, {{kMiB, kNtfs.length}, {32 * kMiB, kNtfs.length}}, kSize);
     ASSERT_EQ(RestoreToVolume(2, VolumeAt(kMiB)), 0);

@@ -19,6 +19,8 @@ protected:
 
 TEST_F(SetDriveLetterTest, GivesALetterToAVolumeWithoutOne)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "a volume without a letter gets one; other volumes are left alone");
+
     EXPECT_EQ(Set(u'X'), 0);
 
     EXPECT_EQ(volume.Letter(), u'X');
@@ -28,6 +30,9 @@ TEST_F(SetDriveLetterTest, GivesALetterToAVolumeWithoutOne)
 
 TEST_F(SetDriveLetterTest, TakesItsStepsInOrder)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS,
+          "volume, path and old letter are looked up; the old letter goes before the new one comes");
+
     GiveLetter(u'K');
 
     EXPECT_EQ(Set(u'X'), 0);
@@ -42,6 +47,9 @@ TEST_F(SetDriveLetterTest, TakesItsStepsInOrder)
 
 TEST_F(SetDriveLetterTest, WithoutTheSystemLibraryLooksAtNothingAndNeverLooksForItAgain)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_NOT_FOUND,
+          "without kernel32.dll nothing is looked at, and it is not looked for a second time");
+
     GiveLetter(u'K');
     machine.modules.Remove(u"kernel32.dll");
 
@@ -55,6 +63,9 @@ TEST_F(SetDriveLetterTest, WithoutTheSystemLibraryLooksAtNothingAndNeverLooksFor
 
 TEST_F(SetDriveLetterTest, NeedsBothMountPointCallsAndNoOtherEntry)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_NOT_FOUND, "each of the two mount-point calls must be there");
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "no other entry point of kernel32.dll is needed");
+
     WithoutEachEntry([&](const std::string& entry) {
         const bool needed = entry == "SetVolumeMountPointW" || entry == "DeleteVolumeMountPointW";
         EXPECT_EQ(Set(u'X'), needed ? KK_STATUS_NOT_FOUND : 0);
@@ -65,6 +76,9 @@ TEST_F(SetDriveLetterTest, NeedsBothMountPointCallsAndNoOtherEntry)
 
 TEST_F(SetDriveLetterTest, RefusesAPartitionWithoutAVolume)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_INVALID_PARAMETER,
+          "no partition starts there, or it has no volume, or one with a number above 127");
+
     const auto refuses = [&](uint32_t diskNumber, uint64_t start) {
         machine.journal.Clear();
         EXPECT_EQ(api.setDriveLetter(diskNumber, start, u'X'), KK_STATUS_INVALID_PARAMETER);
@@ -86,6 +100,8 @@ TEST_F(SetDriveLetterTest, RefusesAPartitionWithoutAVolume)
 
 TEST_F(SetDriveLetterTest, ZeroTakesTheLetterAway)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "the letter 0 takes the letter away");
+
     GiveLetter(u'K');
 
     EXPECT_EQ(Set(0), 0);
@@ -96,6 +112,8 @@ TEST_F(SetDriveLetterTest, ZeroTakesTheLetterAway)
 
 TEST_F(SetDriveLetterTest, ZeroDoesNothingToAVolumeWithoutALetter)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "the letter 0 does nothing to a volume without one");
+
     machine.AssignLetter(other, u'K');
 
     EXPECT_EQ(Set(0), 0);
@@ -106,6 +124,9 @@ TEST_F(SetDriveLetterTest, ZeroDoesNothingToAVolumeWithoutALetter)
 
 TEST_F(SetDriveLetterTest, ZeroSucceedsAlthoughTheLetterStays)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS,
+          "the letter 0 succeeds although the system does not take the letter away");
+
     GiveLetter(u'K');
     machine.faults.Fail({.name = "DeleteVolumeMountPointW"}, 1, 0);
 
@@ -116,6 +137,8 @@ TEST_F(SetDriveLetterTest, ZeroSucceedsAlthoughTheLetterStays)
 
 TEST_F(SetDriveLetterTest, ZeroNeedsNoPathOfTheVolume)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "the letter 0 needs no path of the volume");
+
     GiveLetter(u'K');
     FailQuery(1);
 
@@ -126,6 +149,8 @@ TEST_F(SetDriveLetterTest, ZeroNeedsNoPathOfTheVolume)
 
 TEST_F(SetDriveLetterTest, OnlyTheLettersLowSixteenBitsCount)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "only the low 16 bits of the letter count");
+
     const auto set = std::bit_cast<KK_STATUS(KK_CALL*)(uint32_t, uint64_t, uint32_t)>(api.setDriveLetter);
 
     EXPECT_EQ(set(0, kStart, 0xABCD0000u | u'X'), 0);
@@ -136,6 +161,8 @@ TEST_F(SetDriveLetterTest, OnlyTheLettersLowSixteenBitsCount)
 
 TEST_F(SetDriveLetterTest, AssignsTheSameLetterAgain)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "the same letter is taken away and given again");
+
     GiveLetter(u'K');
 
     EXPECT_EQ(Set(u'K'), 0);
@@ -146,6 +173,9 @@ TEST_F(SetDriveLetterTest, AssignsTheSameLetterAgain)
 
 TEST_F(SetDriveLetterTest, AVolumeWithoutAPathHasLostItsLetterAlready)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the mount manager knows no path of the volume; the old letter is gone all the same");
+
     AnswerMountPoints({{u"\\DosDevices\\K:", volume.DeviceName()}});
     GiveLetter(u'K');
 
@@ -157,6 +187,11 @@ TEST_F(SetDriveLetterTest, AVolumeWithoutAPathHasLostItsLetterAlready)
 
 TEST_F(SetDriveLetterTest, LooksForThePathBeforeTheLetter)
 {
+    SHOWS(KkSetDriveLetter, KK_E_ACCESSDENIED,
+          "the old letter cannot be learnt, so it stays and the new one is refused");
+    SHOWS(KkSetDriveLetter, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the mount manager cannot be asked for the path; the old letter is gone all the same");
+
     GiveLetter(u'K');
     FailQuery(2);
 
@@ -172,6 +207,8 @@ TEST_F(SetDriveLetterTest, LooksForThePathBeforeTheLetter)
 
 TEST_F(SetDriveLetterTest, TriesTheNewLetterEvenWhenTheOldOneStays)
 {
+    SHOWS(KkSetDriveLetter, KK_E_ACCESSDENIED, "the system does not take the old letter away, and refuses the new one");
+
     GiveLetter(u'K');
     machine.faults.Fail({.name = "DeleteVolumeMountPointW"}, 1, 0);
 
@@ -183,6 +220,8 @@ TEST_F(SetDriveLetterTest, TriesTheNewLetterEvenWhenTheOldOneStays)
 
 TEST_F(SetDriveLetterTest, ALetterThatIsTakenIsDeniedAndTheOldOneIsGone)
 {
+    SHOWS(KkSetDriveLetter, KK_E_ACCESSDENIED, "the new letter is taken; the old one is gone");
+
     GiveLetter(u'K');
     machine.AssignLetter(other, u'X');
 
@@ -194,6 +233,8 @@ TEST_F(SetDriveLetterTest, ALetterThatIsTakenIsDeniedAndTheOldOneIsGone)
 
 TEST_F(SetDriveLetterTest, DoesNotChangeTheCaseOfTheLetter)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "the letter is handed on without a change of case");
+
     EXPECT_EQ(Set(u'x'), 0);
 
     EXPECT_EQ(volume.Letter(), u'X') << "as the system keeps it";
@@ -202,6 +243,8 @@ TEST_F(SetDriveLetterTest, DoesNotChangeTheCaseOfTheLetter)
 
 TEST_F(SetDriveLetterTest, LeavesItToTheSystemWhatIsALetter)
 {
+    SHOWS(KkSetDriveLetter, KK_E_ACCESSDENIED, "characters that are no letters are left to the system to refuse");
+
     for (const char16_t letter : {u'1', u' ', u'\\', u'\u00C4', u'\uFFFF'}) {
         machine.journal.Clear();
         EXPECT_EQ(Set(letter), KK_E_ACCESSDENIED);
@@ -211,6 +254,8 @@ TEST_F(SetDriveLetterTest, LeavesItToTheSystemWhatIsALetter)
 
 TEST_F(SetDriveLetterTest, DeletesTheOldLetterAsTheMountManagerKeepsIt)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "the old letter is taken away as the mount manager keeps it");
+
     AnswerMountPoints({{volume.LinkName(), volume.DeviceName()}, {u"\\DosDevices\\k:", volume.DeviceName()}});
     GiveLetter(u'K');
 
@@ -221,6 +266,8 @@ TEST_F(SetDriveLetterTest, DeletesTheOldLetterAsTheMountManagerKeepsIt)
 
 TEST_F(SetDriveLetterTest, TakesOneLetterAwayAtMostTheFirstThatIsListed)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "of several letters the first that is well formed is taken away");
+
     AnswerMountPoints({{u"\\DosDevices\\J:", other.DeviceName()},
                        {u"\\DosDevices\\KK:", volume.DeviceName()},
                        {u"\\DosDevices\\K:\\", volume.DeviceName()},
@@ -236,6 +283,8 @@ TEST_F(SetDriveLetterTest, TakesOneLetterAwayAtMostTheFirstThatIsListed)
 
 TEST_F(SetDriveLetterTest, SeesAtOnceThatSomeoneElseChangedTheLetter)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "letters that others changed are seen at once");
+
     EXPECT_EQ(Set(u'X'), 0);
     machine.volumes.RemoveLetter(volume);
     GiveLetter(u'Y');
@@ -248,6 +297,9 @@ TEST_F(SetDriveLetterTest, SeesAtOnceThatSomeoneElseChangedTheLetter)
 
 TEST_F(SetDriveLetterTest, ReadsMoreMountPointsThanTheFirstBufferHolds)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS,
+          "a mount manager that tells more than the first buffer holds is asked again");
+
     GiveLetter(u'K');
     for (int i = 0; i < 300; ++i) {
         machine.mountManager->AddMountPoint(u"\\DosDevices\\folder", u"\\Device\\Other");
@@ -267,6 +319,9 @@ TEST_F(SetDriveLetterTest, ReadsMoreMountPointsThanTheFirstBufferHolds)
 
 TEST_F(SetDriveLetterTest, CutsALongPathOfTheVolume)
 {
+    SHOWS(KkSetDriveLetter, KK_E_ACCESSDENIED,
+          "a volume path longer than its buffer is cut, which the system then refuses");
+
     const std::u16string name(200, u'n');
     AnswerMountPoints({{u"\\??\\Volume{" + name, volume.DeviceName()}});
 
@@ -278,6 +333,9 @@ TEST_F(SetDriveLetterTest, CutsALongPathOfTheVolume)
 
 TEST_F(SetDriveLetterTest, EveryAnswerButZeroIsTrue)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "any answer of the system but 0 means that it gave the letter");
+    SHOWS(KkSetDriveLetter, KK_E_ACCESSDENIED, "the answer 0 means that it did not");
+
     const auto setWith = [&](auto* answer) {
         return RunForked([&] {
             ReplaceEntry("SetVolumeMountPointW", answer);

@@ -32,6 +32,8 @@ protected:
 
 TEST_F(ShrinkPartitionHostileTest, SizesWhoseRoundingWrapsAreNotBelowAnyLength)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER, "sizes whose rounding wraps are below no length");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, 16 * kMiB}});
         for (const uint64_t size :
@@ -43,6 +45,11 @@ TEST_F(ShrinkPartitionHostileTest, SizesWhoseRoundingWrapsAreNotBelowAnyLength)
 
 TEST_F(ShrinkPartitionHostileTest, ALengthOfTheLargestNumberIsBelowNoTarget)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER,
+          "a rounded size that wraps is not below a length of the largest number");
+    SHOWS(KkShrinkPartition, KK_STATUS_NOT_SUPPORTED,
+          "the file system's refusal is passed on, for lengths as large as numbers go");
+
     AddDisk(kSmallMbr, {{kMiB, 16 * kMiB}});
     PretendLength(kMiB, UINT64_MAX);
 
@@ -53,6 +60,8 @@ TEST_F(ShrinkPartitionHostileTest, ALengthOfTheLargestNumberIsBelowNoTarget)
 
 TEST_F(ShrinkPartitionHostileTest, ALengthOfZeroIsBelowNothing)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER, "nothing is below a length of 0");
+
     AddDisk(kSmallMbr, {{kMiB, 16 * kMiB}});
     PretendLength(kMiB, 0);
 
@@ -62,6 +71,8 @@ TEST_F(ShrinkPartitionHostileTest, ALengthOfZeroIsBelowNothing)
 
 TEST_F(ShrinkPartitionHostileTest, TheSizeOfTheDiskDoesNotMatter)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the disk need not tell its size");
+
     AddDisk(kSmallGpt, {{kMiB, 16 * kMiB}});
     TheDisk().behaviour.geometryFails = true;
 
@@ -72,6 +83,9 @@ TEST_F(ShrinkPartitionHostileTest, TheSizeOfTheDiskDoesNotMatter)
 
 TEST_F(ShrinkPartitionHostileTest, SectorSizesOfAllKinds)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_NOT_SUPPORTED,
+          "the file system is asked in sectors of the size that the disk tells, and its refusal passed on");
+
     AddDisk(kSmallMbr, {{kMiB, 16 * kMiB}});
     for (const auto& [sectorSize, sectors] : {std::pair<uint32_t, uint64_t>{0, 8 * kMiB / 512},
                                               {1, 8 * kMiB},
@@ -85,6 +99,8 @@ TEST_F(ShrinkPartitionHostileTest, SectorSizesOfAllKinds)
 
 TEST_F(ShrinkPartitionHostileTest, AWrongSectorSizeNeverReachesTheTable)
 {
+    SHOWS(KkShrinkPartition, "with a wrong sector size it fails and the table is not written");
+
     for (const DiskKind& kind : {kSmallGpt, kSmallMbr}) {
         for (const uint32_t sectorSize : {1u, 7u, 91u, 511u, 4096u}) {
             AddDisk(kind, {{kMiB, 16 * kMiB}});

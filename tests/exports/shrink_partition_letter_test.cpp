@@ -19,6 +19,8 @@ protected:
 
 TEST_F(ShrinkPartitionLetterTest, ALetterThatStaysIsNotTouched)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a letter that stays is not touched");
+
     ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
 
     EXPECT_EQ(TheVolume().Letter(), u'S');
@@ -29,6 +31,9 @@ TEST_F(ShrinkPartitionLetterTest, ALetterThatStaysIsNotTouched)
 
 TEST_F(ShrinkPartitionLetterTest, ALetterThatIsLostOnTheRefreshComesBack)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "a letter that is lost when the system looks at the table again is given again");
+
     Volumes::LoseLetterOnRescan(TheVolume());
 
     ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
@@ -40,6 +45,8 @@ TEST_F(ShrinkPartitionLetterTest, ALetterThatIsLostOnTheRefreshComesBack)
 
 TEST_F(ShrinkPartitionLetterTest, AnotherLetterIsReplaced)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "another letter that came meanwhile is replaced by the old one");
+
     TheDisk().AddWriteObserver([this](uint64_t, uint64_t) {
         machine.volumes.RemoveLetter(TheVolume());
         machine.AssignLetter(TheVolume(), u'T');
@@ -53,6 +60,8 @@ TEST_F(ShrinkPartitionLetterTest, AnotherLetterIsReplaced)
 
 TEST_F(ShrinkPartitionLetterTest, AVolumeWithoutALetterGetsNone)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a volume without a letter gets none");
+
     machine.volumes.RemoveLetter(TheVolume());
 
     ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
@@ -64,6 +73,8 @@ TEST_F(ShrinkPartitionLetterTest, AVolumeWithoutALetterGetsNone)
 
 TEST_F(ShrinkPartitionLetterTest, ALetterThatSomebodyGaveMeanwhileStays)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a letter that somebody gave meanwhile stays");
+
     machine.volumes.RemoveLetter(TheVolume());
     TheDisk().AddWriteObserver([this](uint64_t, uint64_t) { machine.volumes.AssignLetter(TheVolume(), u'T'); });
 
@@ -74,6 +85,8 @@ TEST_F(ShrinkPartitionLetterTest, ALetterThatSomebodyGaveMeanwhileStays)
 
 TEST_F(ShrinkPartitionLetterTest, ItComesBackAlsoWhenTheTableWasLeftAlone)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a lost letter is given again also when the table was left alone");
+
     machine.OnControl({.code = 0x901B0},
                       [this](const machine::CallRecord& call,
                              const machine::ControlRequest&) -> std::optional<machine::ControlAnswer> {
@@ -91,6 +104,8 @@ TEST_F(ShrinkPartitionLetterTest, ItComesBackAlsoWhenTheTableWasLeftAlone)
 
 TEST_F(ShrinkPartitionLetterTest, ItDoesNotComeBackAfterAFailedEdit)
 {
+    SHOWS(KkShrinkPartition, 0xC0000185, "after a failing write of the table a lost letter is not given again");
+
     TheDisk().AddWriteObserver([this](uint64_t, uint64_t) { machine.volumes.RemoveLetter(TheVolume()); });
     machine.faults.Fail({.kind = machine::CallKind::WriteFile}, 3, 0xC0000185);
 
@@ -102,6 +117,8 @@ TEST_F(ShrinkPartitionLetterTest, ItDoesNotComeBackAfterAFailedEdit)
 
 TEST_F(ShrinkPartitionLetterTest, AVolumeThatDoesNotComeBackIsNotMissed)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a volume that does not come back is not missed");
+
     TheDisk().AddWriteObserver([this](uint64_t, uint64_t) {
         if (machine.FindVolume(0, kMiB) != nullptr) {
             machine.HideVolume(TheVolume());
@@ -115,6 +132,8 @@ TEST_F(ShrinkPartitionLetterTest, AVolumeThatDoesNotComeBackIsNotMissed)
 
 TEST_F(ShrinkPartitionLetterTest, WhetherItCouldBeGivenAgainIsNotAsked)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "whether the letter could be given again does not matter");
+
     Volumes::LoseLetterOnRescan(TheVolume());
     machine.faults.FailFrom({.name = "SetVolumeMountPointW"}, 1, 0);
     EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0);
@@ -123,6 +142,8 @@ TEST_F(ShrinkPartitionLetterTest, WhetherItCouldBeGivenAgainIsNotAsked)
 
 TEST_F(ShrinkPartitionLetterTest, ItIsGivenAgainWhenItCannotBeReadAfterwards)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a letter that cannot be read afterwards is given again");
+
     machine.faults.Fail({.code = 0x6D0008}, 2, 0xC0000022);
 
     EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0);
@@ -133,6 +154,8 @@ TEST_F(ShrinkPartitionLetterTest, ItIsGivenAgainWhenItCannotBeReadAfterwards)
 
 TEST_F(ShrinkPartitionLetterTest, WithoutTheMountPointCallsTheLetterIsLostAndTheCallSucceeds)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "without kernel32.dll the letter is lost and the call succeeds");
+
     Volumes::LoseLetterOnRescan(TheVolume());
     machine.modules.Remove(u"kernel32.dll");
 

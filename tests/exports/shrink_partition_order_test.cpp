@@ -31,6 +31,9 @@ protected:
 
 TEST_F(ShrinkPartitionOrderTest, TheFileSystemShrinksBeforeThePartition)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "the file system shrinks before the partition, and the layout is looked at again between");
+
     ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
 
     EXPECT_THAT(Steps(), ElementsAreArray(Joined({layout, lookup, letter, shrink, layout, edit})));
@@ -38,6 +41,8 @@ TEST_F(ShrinkPartitionOrderTest, TheFileSystemShrinksBeforeThePartition)
 
 TEST_F(ShrinkPartitionOrderTest, AFailingPreparationEndsTheCall)
 {
+    SHOWS(KkShrinkPartition, 0xC0000010, "the file system's refusal to prepare ends the call before anything changed");
+
     machine.faults.Fail({.code = 0x901B0}, 1, 0xC0000010);
 
     EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000010));
@@ -48,6 +53,9 @@ TEST_F(ShrinkPartitionOrderTest, AFailingPreparationEndsTheCall)
 
 TEST_F(ShrinkPartitionOrderTest, AFailingCommitmentEndsTheCallWithoutARequestToAbort)
 {
+    SHOWS(KkShrinkPartition, 0xC0000021,
+          "the file system's refusal to commit ends the call; the partition keeps its size");
+
     machine.faults.Fail({.code = 0x901B0}, 2, 0xC0000021);
 
     EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000021));
@@ -58,6 +66,8 @@ TEST_F(ShrinkPartitionOrderTest, AFailingCommitmentEndsTheCallWithoutARequestToA
 
 TEST_F(ShrinkPartitionOrderTest, AVolumeThatDoesNotOpenForWritingEndsTheCall)
 {
+    SHOWS(KkShrinkPartition, 0xC0000022, "the volume does not open for writing; nothing changes");
+
     machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "HarddiskVolume1"}, 2, 0xC0000022);
 
     EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000022));
@@ -67,6 +77,8 @@ TEST_F(ShrinkPartitionOrderTest, AVolumeThatDoesNotOpenForWritingEndsTheCall)
 
 TEST_F(ShrinkPartitionOrderTest, ALetterThatCannotBeLearntIsNoObstacle)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a letter that cannot be learnt is no obstacle");
+
     Refuse(0x6D0008, 0xC0000022);
 
     EXPECT_EQ(Shrink(kMiB, 8 * kMiB), 0);
@@ -76,6 +88,9 @@ TEST_F(ShrinkPartitionOrderTest, ALetterThatCannotBeLearntIsNoObstacle)
 
 TEST_F(ShrinkPartitionOrderTest, ADriveThatDoesNotOpenForWritingLeavesTheTable)
 {
+    SHOWS(KkShrinkPartition, 0xC0000022,
+          "the drive does not open for writing; the file system is shrunk and the table as it was");
+
     machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "PhysicalDrive0"}, 3, 0xC0000022);
 
     EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000022));
@@ -87,6 +102,10 @@ TEST_F(ShrinkPartitionOrderTest, ADriveThatDoesNotOpenForWritingLeavesTheTable)
 
 TEST_F(ShrinkPartitionOrderTest, AFailingEditIsNotFollowedByAnotherLook)
 {
+    SHOWS(KkShrinkPartition, 0xC0000185,
+          "a failing write of the table is passed on, and the system not told to look again");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "after a failed edit of the table the call can be made again");
+
     machine.faults.Fail({.kind = machine::CallKind::WriteFile}, 1, 0xC0000185);
 
     EXPECT_EQ(Shrink(kMiB, 8 * kMiB), Status(0xC0000185));
@@ -99,6 +118,8 @@ TEST_F(ShrinkPartitionOrderTest, AFailingEditIsNotFollowedByAnotherLook)
 
 TEST_F(ShrinkPartitionOrderTest, NothingIsLocked)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "nothing is locked or dismounted");
+
     ASSERT_EQ(Shrink(kMiB, 8 * kMiB), 0);
 
     EXPECT_THAT(Steps(), Not(Contains("lock volume 1")));

@@ -37,6 +37,9 @@ protected:
 
 TEST_F(ShrinkPartitionSecondLookTest, ATableThatIsNoMoreThanOneMiBTooLongIsLeftAlone)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "a partition no more than 1 MiB too long is left as it is in the table");
+
     EXPECT_FALSE(EditsWhenItIs(4 * kMiB));
     EXPECT_FALSE(EditsWhenItIs(8 * kMiB));
     EXPECT_FALSE(EditsWhenItIs(9 * kMiB));
@@ -46,6 +49,9 @@ TEST_F(ShrinkPartitionSecondLookTest, ATableThatIsNoMoreThanOneMiBTooLongIsLeftA
 
 TEST_F(ShrinkPartitionSecondLookTest, LengthsThatOnlyLieAreTooLong)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "nonsensical lengths in the second look are too long, so the table is edited");
+
     EXPECT_TRUE(EditsWhenItIs(UINT64_MAX));
     EXPECT_TRUE(EditsWhenItIs(uint64_t{1} << 63));
     EXPECT_FALSE(EditsWhenItIs(0));
@@ -53,6 +59,8 @@ TEST_F(ShrinkPartitionSecondLookTest, LengthsThatOnlyLieAreTooLong)
 
 TEST_F(ShrinkPartitionSecondLookTest, AShrinkByOneMiBChangesTheFileSystemOnly)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a shrink by 1 MiB changes the file system only");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kStart, 16 * kMiB}});
         const DiskBytes before(TheDisk());
@@ -69,6 +77,8 @@ TEST_F(ShrinkPartitionSecondLookTest, AShrinkByOneMiBChangesTheFileSystemOnly)
 
 TEST_F(ShrinkPartitionSecondLookTest, ALookThatFailsMeansThatTheTableIsEdited)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a second look that fails means that the table is edited");
+
     AddDisk(kSmallMbr, {{kStart, 16 * kMiB}});
     machine.faults.Fail({.kind = machine::CallKind::CreateFile, .object = "PhysicalDrive0"}, 2, 0xC0000022);
 
@@ -79,6 +89,9 @@ TEST_F(ShrinkPartitionSecondLookTest, ALookThatFailsMeansThatTheTableIsEdited)
 
 TEST_F(ShrinkPartitionSecondLookTest, APartitionThatIsNotSeenAnyMoreMeansThatTheTableIsEdited)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "a partition that is not seen in the second look is edited all the same");
+
     for (const uint64_t elsewhere : {kStart - 512, kStart + 512, uint64_t{0}}) {
         AddDisk(kSmallMbr, {{kStart, 16 * kMiB}});
         AnswerTheSecondTime(machine::ControlAnswer{.output = LayoutWith(elsewhere, kMiB).Bytes()});
@@ -91,6 +104,8 @@ TEST_F(ShrinkPartitionSecondLookTest, APartitionThatIsNotSeenAnyMoreMeansThatThe
 
 TEST_F(ShrinkPartitionSecondLookTest, TheEditGoesByTheFirstLooksStyle)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the kind of table is that of the first look");
+
     AddDisk(kSmallMbr, {{kStart, 16 * kMiB}});
     for (const auto style : {kk::WirePartitionStyle::Gpt, kk::WirePartitionStyle::Raw}) {
         LayoutAnswer lie(style);
@@ -104,6 +119,8 @@ TEST_F(ShrinkPartitionSecondLookTest, TheEditGoesByTheFirstLooksStyle)
 
 TEST_F(ShrinkPartitionSecondLookTest, TheEditGoesByTheFirstLooksSectorSize)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the sector size is that of the first look");
+
     AddDisk(kLargeGpt, {{kStart, 16 * kMiB}});
     kk::DiskGeometryEx lie = {};
     lie.bytesPerSector = 512;

@@ -29,6 +29,8 @@ protected:
 
 TEST_F(ShrinkPartitionTest, TheEntrysEndMovesAndNothingElseButTheChecksumsChanges)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the entry's end moves and nothing else changes but the checksums");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{kMiB, kMiB}, {4 * kMiB, 16 * kMiB}, {20 * kMiB, kMiB}});
         const DiskBytes before(TheDisk());
@@ -44,6 +46,8 @@ TEST_F(ShrinkPartitionTest, TheEntrysEndMovesAndNothingElseButTheChecksumsChange
 
 TEST_F(ShrinkPartitionTest, OfAGptEntryOnlyTheLastSectorMoves)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "of a GPT entry only the last sector moves");
+
     AddDisk(kSmallGpt, {{4 * kMiB, 16 * kMiB}});
     const machine::GptEntryRecord before = ReadGpt(TheDisk(), 1).entries[0];
 
@@ -57,6 +61,8 @@ TEST_F(ShrinkPartitionTest, OfAGptEntryOnlyTheLastSectorMoves)
 
 TEST_F(ShrinkPartitionTest, OfAnMbrRecordOnlyTheLengthChanges)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "of an MBR entry only the length changes");
+
     AddDisk(kLargeMbr, {{4 * kMiB, 16 * kMiB}});
     const machine::MbrEntryRecord before = ReadMbr(TheDisk()).entries[0];
 
@@ -70,6 +76,8 @@ TEST_F(ShrinkPartitionTest, OfAnMbrRecordOnlyTheLengthChanges)
 
 TEST_F(ShrinkPartitionTest, TheFileSystemHearsTheTargetInSectorsAndThenOfTheCommitment)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the file system is told the target in sectors, and then to commit");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{4 * kMiB, 16 * kMiB}});
 
@@ -82,6 +90,8 @@ TEST_F(ShrinkPartitionTest, TheFileSystemHearsTheTargetInSectorsAndThenOfTheComm
 
 TEST_F(ShrinkPartitionTest, AWantedSizeIsRoundedUpToWholeMiB)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the wanted size is rounded up to whole MiB");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{4 * kMiB, 16 * kMiB}});
 
@@ -94,6 +104,9 @@ TEST_F(ShrinkPartitionTest, AWantedSizeIsRoundedUpToWholeMiB)
 
 TEST_F(ShrinkPartitionTest, ASizeOfZeroIsHandedOnAsItIs)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER,
+          "a size of 0 is handed to the file system, whose refusal is passed on; nothing changes");
+
     AddDisk(kSmallMbr, {{4 * kMiB, 16 * kMiB}});
     const DiskBytes before(TheDisk());
 
@@ -105,6 +118,9 @@ TEST_F(ShrinkPartitionTest, ASizeOfZeroIsHandedOnAsItIs)
 
 TEST_F(ShrinkPartitionTest, ATargetThatIsNotBelowThePresentLengthIsRefused)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER,
+          "the rounded size is not below the present one; the volume is not looked for");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{4 * kMiB, 10 * kMiB}});
         ExpectRefused(KK_STATUS_INVALID_PARAMETER, 4 * kMiB, 9961472);
@@ -117,6 +133,8 @@ TEST_F(ShrinkPartitionTest, ATargetThatIsNotBelowThePresentLengthIsRefused)
 
 TEST_F(ShrinkPartitionTest, APartitionWithoutAVolumeIsNeverShrunk)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER, "the partition has no volume");
+
     AddDisk(kSmallGpt, {{4 * kMiB, 16 * kMiB}});
     machine.HideVolume(*machine.FindVolume(0, 4 * kMiB));
 
@@ -125,6 +143,9 @@ TEST_F(ShrinkPartitionTest, APartitionWithoutAVolumeIsNeverShrunk)
 
 TEST_F(ShrinkPartitionTest, AVolumeWhoseNumberIsTooHighIsNotFound)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER, "a volume with a number above 127 is not found");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a volume with the number 127 is found");
+
     AddDisk(kSmallGpt, {{4 * kMiB, 16 * kMiB}});
     machine.SetVolumeNumber(*machine.FindVolume(0, 4 * kMiB), 128);
     ExpectRefused(KK_STATUS_INVALID_PARAMETER, 4 * kMiB, 8 * kMiB);
@@ -135,6 +156,8 @@ TEST_F(ShrinkPartitionTest, AVolumeWhoseNumberIsTooHighIsNotFound)
 
 TEST_F(ShrinkPartitionTest, AStartThatIsOffByOneIsNobodys)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER, "no partition starts exactly there");
+
     for (const DiskKind& kind : kDiskKinds) {
         AddDisk(kind, {{4 * kMiB, 16 * kMiB}});
         for (const uint64_t start : {4 * kMiB - 1, 4 * kMiB + 1, uint64_t{0}, UINT64_MAX}) {
@@ -146,6 +169,10 @@ TEST_F(ShrinkPartitionTest, AStartThatIsOffByOneIsNobodys)
 
 TEST_F(ShrinkPartitionTest, DisksThatCannotBeUsedGiveTheirStatus)
 {
+    SHOWS(KkShrinkPartition, 0xC0000034, "the status of a disk that does not open is passed on");
+    SHOWS(KkShrinkPartition, KK_STATUS_NOT_SUPPORTED, "the disk has neither an MBR nor a GPT");
+    SHOWS(KkShrinkPartition, 0xC000009C, "the status of a layout that cannot be read is passed on");
+
     EXPECT_EQ(Shrink(kMiB, kMiB), Status(0xC0000034));
 
     AddBareDisk();
@@ -158,6 +185,8 @@ TEST_F(ShrinkPartitionTest, DisksThatCannotBeUsedGiveTheirStatus)
 
 TEST_F(ShrinkPartitionTest, AFileSystemThatCannotShrinkSaysSo)
 {
+    SHOWS(KkShrinkPartition, 0xC0000010, "a file system that cannot shrink says so; nothing changes");
+
     AddDisk(kSmallGpt, {{4 * kMiB, 34 * kMiB}}).Format(4 * kMiB, 34 * kMiB, machine::FileSystem::Fat32);
     const DiskBytes before(TheDisk());
 
@@ -169,6 +198,9 @@ TEST_F(ShrinkPartitionTest, AFileSystemThatCannotShrinkSaysSo)
 
 TEST_F(ShrinkPartitionTest, ALogicalDriveKeepsItsPlaceAfterItsFileSystemWasShrunk)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_INVALID_PARAMETER,
+          "a logical drive keeps its place after its file system was shrunk");
+
     machine::Disk& disk = AddBareDisk().Mbr({.logicals = {{4 * kMiB, 8 * kMiB}}});
     const DiskBytes before(disk);
 

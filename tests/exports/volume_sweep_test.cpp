@@ -129,6 +129,14 @@ protected:
 
 TEST_F(VolumeSweepTest, SettingALetterOwesEachFailingCallItsStatusAndLetter)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_NOT_FOUND, "a part of kernel32.dll that is needed cannot be had");
+    SHOWS(KkSetDriveLetter, KK_STATUS_INVALID_PARAMETER, "the volume does not open");
+    SHOWS(KkSetDriveLetter, KK_STATUS_NO_MEDIA_IN_DEVICE,
+          "the mount manager fails when asked for the path; the old letter is gone");
+    SHOWS(KkSetDriveLetter, KK_E_ACCESSDENIED,
+          "the system refuses the new letter, or the old one could not be learnt or taken away");
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "every other single failure is made up for");
+
     GiveLetter(u'K');
 
     const uint64_t calls = Sweep(
@@ -154,6 +162,10 @@ TEST_F(VolumeSweepTest, SettingALetterOwesEachFailingCallItsStatusAndLetter)
 
 TEST_F(VolumeSweepTest, SettingALetterKeepsTheOldOneUnlessTheNewOneIsAllThatFails)
 {
+    SHOWS(KkSetDriveLetter,
+          "when everything fails from some call on, the old letter stays unless the new one is all that fails");
+    SHOWS(KkSetDriveLetter, KK_E_ACCESSDENIED, "the new letter alone is refused; the old one is gone");
+
     GiveLetter(u'K');
 
     Sweep(
@@ -175,6 +187,11 @@ TEST_F(VolumeSweepTest, SettingALetterKeepsTheOldOneUnlessTheNewOneIsAllThatFail
 
 TEST_F(VolumeSweepTest, MountingOnAFolderOwesEachFailingCallItsStatus)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_NOT_FOUND, "a part of kernel32.dll that is needed cannot be had");
+    SHOWS(KkAddMountPoint, KK_STATUS_NO_MEDIA_IN_DEVICE, "the volume does not open, or the mount manager fails");
+    SHOWS(KkAddMountPoint, KK_E_ACCESSDENIED, "the system refuses");
+    SHOWS(KkAddMountPoint, KK_STATUS_SUCCESS, "every other single failure is made up for");
+
     const uint64_t calls = Sweep(
         FaultMode::OneCall, [&] { return AddFolder(); }, {.status = 0, .isMounted = true},
         [](const Place& place) -> Outcome {
@@ -193,6 +210,9 @@ TEST_F(VolumeSweepTest, MountingOnAFolderOwesEachFailingCallItsStatus)
 
 TEST_F(VolumeSweepTest, MountingOnAFolderFailsOnceAllLaterCallsFail)
 {
+    SHOWS(KkAddMountPoint, KK_STATUS_NO_MEDIA_IN_DEVICE, "everything fails from the search for the volume on");
+    SHOWS(KkAddMountPoint, KK_E_ACCESSDENIED, "everything fails from the system's call on");
+
     Sweep(
         FaultMode::ThatCallAndAllLater, [&] { return AddFolder(); }, {.status = 0, .isMounted = true},
         [](const Place& place) -> Outcome {
@@ -206,6 +226,12 @@ TEST_F(VolumeSweepTest, MountingOnAFolderFailsOnceAllLaterCallsFail)
 // D: is in use, so the volume becomes E:.
 TEST_F(VolumeSweepTest, FormattingOwesEachFailingCallItsStatusAndWhatRemains)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_NOT_FOUND, "a part of kernel32.dll that is needed cannot be had");
+    SHOWS(KkFormatPartition, KK_STATUS_INVALID_PARAMETER, "the volume does not open");
+    SHOWS(KkFormatPartition, KK_STATUS_NO_MEDIA_IN_DEVICE, "a letter cannot be found or given");
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL, "folder, start, wait or exit code fail; the letter stays");
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "every other single failure is made up for");
+
     constexpr Outcome kDone = {.status = 0, .letter = u'E', .started = true, .formatted = true};
     constexpr Outcome kNotStarted = {.status = KK_STATUS_UNSUCCESSFUL, .letter = u'E'};
     constexpr Outcome kGoesOn = {.status = KK_STATUS_UNSUCCESSFUL, .letter = u'E', .started = true};
@@ -240,6 +266,9 @@ TEST_F(VolumeSweepTest, FormattingOwesEachFailingCallItsStatusAndWhatRemains)
 
 TEST_F(VolumeSweepTest, FormattingKeepsTheLetterOnceItIsAssigned)
 {
+    SHOWS(KkFormatPartition, KK_STATUS_UNSUCCESSFUL, "everything fails after the letter was given, and it stays");
+    SHOWS(KkFormatPartition, KK_STATUS_NO_MEDIA_IN_DEVICE, "everything fails before the letter was given");
+
     const std::string calls[] = {"GetSystemDirectoryW", "CreateProcessW", "WaitForSingleObject", "GetExitCodeProcess"};
 
     Sweep(
@@ -265,6 +294,9 @@ TEST_F(VolumeSweepTest, FormattingKeepsTheLetterOnceItIsAssigned)
 
 TEST_F(VolumeSweepTest, RestartingOwesAFailureOnlyToTheShutdownItself)
 {
+    SHOWS(KkReboot, KK_STATUS_SUCCESS, "only the shutdown request itself can fail the call");
+    SHOWS(KkReboot, 0xC0000061, "the shutdown request fails");
+
     machine.privileges.Hold(machine::kShutdownPrivilege, true);
 
     const auto restart = [&](FaultMode mode, const char* mayFail) {

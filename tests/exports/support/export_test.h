@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include "exports/support/recorded_api.h"
+#include "exports/support/shows.h"
 #include "machine/kestrelkit_api.h"
 #include "machine/memory_virtual_disks.h"
 #include "machine/snapshot_service.h"
@@ -27,7 +29,8 @@ protected:
     ExportTest()
         : images(std::make_shared<machine::MemoryVirtualDisks>()),
           virtualDisks(machine::InstallVirtualDiskService(machine, images)),
-          snapshots(machine::InstallSnapshotService(machine)), library(MakeLibraryFlavour()), api(library->Api())
+          snapshots(machine::InstallSnapshotService(machine)), library(MakeLibraryFlavour()),
+          api(RecordedApi(library->Api()))
     {
     }
 
@@ -35,5 +38,5 @@ protected:
     machine::VirtualDiskService& virtualDisks;
     machine::SnapshotService& snapshots;
     std::unique_ptr<LibraryFlavour> library;
-    const machine::KestrelkitApi& api;
+    const machine::KestrelkitApi api;
 };
