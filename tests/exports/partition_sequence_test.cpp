@@ -278,10 +278,14 @@ TEST_F(PartitionSequenceTest, OnGptDisksWithSmallSectors)
 
 TEST_F(PartitionSequenceTest, OnGptDisksWithLargeSectors)
 {
-    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
-    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
-    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
-    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on GPT disks with sectors of 4096 bytes, likewise");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on GPT disks with sectors of 4096 bytes, likewise");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on GPT disks with sectors of 4096 bytes, likewise");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on GPT disks with sectors of 4096 bytes, likewise");
 
     Run(kLargeGpt, 600);
 }
@@ -302,10 +306,14 @@ TEST_F(PartitionSequenceTest, OnMbrDisksWithSmallSectors)
 
 TEST_F(PartitionSequenceTest, OnMbrDisksWithLargeSectors)
 {
-    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
-    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
-    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
-    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "the same with sectors of 4096 bytes");
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on MBR disks with sectors of 4096 bytes, likewise");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on MBR disks with sectors of 4096 bytes, likewise");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on MBR disks with sectors of 4096 bytes, likewise");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "random sequences of edits on MBR disks with sectors of 4096 bytes, likewise");
 
     Run(kLargeMbr, 600);
 }
