@@ -204,7 +204,7 @@ TEST_F(ListPartitionsTest, WritesNoRecordWhenThereIsNoMemoryForTheNinthPartition
 TEST_F(ListPartitionsTest, FailsOnlyForTheLayoutAndForNothingElse)
 {
     SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "what fails after the layout was read only leaves fields empty");
-    SHOWS(KkListPartitions, 0xC0000022, "whichever call fails, only the disk's open decides with its own status");
+    SHOWS(KkListPartitions, 0xC00000E9, "whichever call fails, only the disk's open decides with its own status");
     SHOWS(KkListPartitions, KK_STATUS_NO_MEMORY,
           "whichever allocation fails, only the first three, of the layout, decide");
 
