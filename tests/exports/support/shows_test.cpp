@@ -62,11 +62,11 @@ TEST_F(ShowsTest, CallsOfForkedProcessesAreSeen)
 
 TEST_F(ShowsTest, CallsOfOtherThreadsAreSeen)
 {
-    SHOWS(KkUnmountImage, KK_STATUS_INVALID_PARAMETER, "no path, on another thread");
-    SHOWS(KkMountImage, KK_STATUS_INVALID_PARAMETER, "no path, at the same time");
+    SHOWS(KkInspectImage, KK_STATUS_INVALID_PARAMETER, "no path, on another thread");
+    SHOWS(KkCloneVolume, KK_STATUS_INVALID_PARAMETER, "no paths, at the same time");
 
-    std::thread other([&] { EXPECT_EQ(api.unmountImage(nullptr), kRefused); });
-    EXPECT_EQ(api.mountImage(nullptr, nullptr), kRefused);
+    std::thread other([&] { Inspect(); });
+    EXPECT_EQ(api.cloneVolume(nullptr, nullptr, 0), kRefused);
     other.join();
 }
 
