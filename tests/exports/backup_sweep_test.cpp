@@ -128,6 +128,9 @@ TEST_F(BackupSweepTest, LeavesNothingBehindWhenEverythingFailsFromSomePointOn)
 
 TEST_F(BackupSweepTest, EndsWithTheFirstOfTwoFailuresThatOwesAStatus)
 {
+    SHOWS(KkBackup, "of two failing calls the first that matters gives the status, and nothing is left open, attached "
+                    "or allocated");
+
     AddSmallDisk();
 
     const uint64_t pairs = SweepFailingCalls(

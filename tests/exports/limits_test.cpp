@@ -19,6 +19,8 @@ class BackupLimitsTest : public BackupTest {};
 
 TEST_F(BackupLimitsTest, ClustersForWhoseListThereIsNoMemoryAreMissingFromASuccessfulImage)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "clusters in use for whose list there is no memory are missing from the image");
+
     machine::Disk& disk = AddUsualDisk();
     constexpr uint64_t extentBytes = 16;
     const BackupOptions options = {.partitions = {3}, .usedBlocksOnly = 1};
@@ -40,6 +42,10 @@ TEST_F(BackupLimitsTest, ClustersForWhoseListThereIsNoMemoryAreMissingFromASucce
 
 TEST_F(BackupLimitsTest, TheCopyOfAnNtfsBootSectorBelongsToNoClusterInUse)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "NTFS's copy of its boot sector is in a whole copy and not among the clusters "
+          "in use");
+
     machine::Disk& disk = AddUsualDisk();
     constexpr uint64_t lastSector = kNtfsStart + kNtfsLength - 512;
     ASSERT_NE(disk.ReadBytes(lastSector, 512), std::vector<uint8_t>(512));
@@ -54,6 +60,10 @@ TEST_F(BackupLimitsTest, TheCopyOfAnNtfsBootSectorBelongsToNoClusterInUse)
 
 TEST_F(BackupLimitsTest, AVolumeWhoseNumberIsTooHighIsReadFromTheDiskAndNotFromASnapshot)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "a volume whose device number is above 127 is read from the disk and not from a "
+          "snapshot");
+
     AddUsualDisk();
     machine.SetVolumeNumber(*machine.FindVolume(0, kNtfsStart), 128);
 
@@ -65,6 +75,8 @@ TEST_F(BackupLimitsTest, AVolumeWhoseNumberIsTooHighIsReadFromTheDiskAndNotFromA
 
 TEST_F(BackupLimitsTest, OfASpannedVolumeEveryPartitionGetsTheVolumesBeginning)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "of a volume with several extents every partition gets the volume's beginning");
+
     machine::Disk& disk = machine.AddDisk(16 * kMiB);
     disk.Gpt({.partitions = {{.start = kMiB, .length = kMiB}, {.start = 4 * kMiB, .length = kMiB}}});
     FillPattern(disk, kMiB, kMiB, 1);
@@ -83,6 +95,10 @@ class EditLimitsTest : public PartitionEditTest {};
 
 TEST_F(EditLimitsTest, APartitionBetweenLogicalDrivesTakesTheSectorsThatLinkThem)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "a gap between logical drives counts as free, with the sectors that "
+          "link them");
+
     machine::Disk& disk = AddBareDisk();
     disk.Mbr({.logicals = {{4 * kMiB, 4 * kMiB}, {16 * kMiB, 4 * kMiB}}});
     const machine::MbrEntryRecord container = ReadMbr(disk).entries[0];
@@ -100,6 +116,10 @@ TEST_F(EditLimitsTest, APartitionBetweenLogicalDrivesTakesTheSectorsThatLinkThem
 
 TEST_F(EditLimitsTest, TheSecondArrayOfALongTableIsNotSpared)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "only the last 34 sectors are spared, though the second array of a "
+          "long GPT begins earlier");
+
     machine::Disk& disk = AddBareDisk();
     disk.Gpt({.entryCount = 1024});
     const uint64_t secondArray = ReadGpt(disk, kDiskSize / 512 - 1).header.entriesLba * 512;
@@ -112,6 +132,10 @@ TEST_F(EditLimitsTest, TheSecondArrayOfALongTableIsNotSpared)
 
 TEST_F(EditLimitsTest, AVolumeThatHasNotArrivedYetIsNotFoundByTheNextCall)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_INVALID_PARAMETER, "a volume that has not arrived yet is not found");
+    SHOWS(KkFormatPartition, KK_STATUS_INVALID_PARAMETER, "a volume that has not arrived yet is not found");
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "the call succeeds when it is repeated until the volume is there");
+
     AddDisk(kSmallGpt, {});
     machine.switches.volumeArrivalDelay = 200;
     ASSERT_EQ(Create(kMiB, 8 * kMiB), 0);
@@ -135,6 +159,11 @@ protected:
 
 TEST_F(RestoreLimitsTest, AVolumeWithASmallerFileSystemDoesNotTakeWhatReachesBeyondIt)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "a volume without a file system takes all of a partition");
+    SHOWS(KkRestoreToVolume, KK_STATUS_UNSUCCESSFUL,
+          "a volume whose file system is smaller than the partition does "
+          "not take what reaches beyond it");
+
     MakeImage(kSmallGpt, {{kStart, kLength}}, kSize);
     AddTarget(kSmallGpt, {{kStart, kLength}}, kSize);
     machine.switches.ntfsBoundary = true;
@@ -147,6 +176,10 @@ TEST_F(RestoreLimitsTest, AVolumeWithASmallerFileSystemDoesNotTakeWhatReachesBey
 
 TEST_F(RestoreLimitsTest, OnALiveDiskTheDataIsRefusedAfterTheTableWasReplaced)
 {
+    SHOWS(KkRestorePartitions, 0xC0000022,
+          "on a disk with mounted volumes the data is refused after the table was "
+          "replaced");
+
     AddTarget(kSmallGpt, {{kStart, kLength}}, kSize).Format(kStart, kLength, machine::FileSystem::Fat16);
     MakeImage(kSmallGpt, {{2 * kStart, kMiB}}, kSize);
     machine.Strict();
@@ -158,6 +191,10 @@ TEST_F(RestoreLimitsTest, OnALiveDiskTheDataIsRefusedAfterTheTableWasReplaced)
 
 TEST_F(RestoreLimitsTest, PartitionsBeyondThe128thAreRestoredButGetNoEntry)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "partitions beyond the 128th are restored and get no entry in the "
+          "new table");
+
     constexpr uint64_t step = 128 * 1024;
     machine::GptTable table = {.entryCount = 256};
     for (uint64_t i = 0; i < 129; ++i) {
@@ -174,6 +211,10 @@ TEST_F(RestoreLimitsTest, PartitionsBeyondThe128thAreRestoredButGetNoEntry)
 
 TEST_F(RestoreLimitsTest, BeyondTwoTebibytesAnMbrPointsElsewhereThanTheDataGoes)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "beyond 2 TiB the data goes where it was meant to, and the MBR "
+          "points elsewhere");
+
     constexpr uint64_t twoTebibytes = uint64_t{1} << 41;
     MakeImage(kSmallGpt, {{kStart, kMiB}}, kSize);
     machine.AddDisk(2 * twoTebibytes, {.number = 0}).Mbr({});
@@ -186,6 +227,10 @@ TEST_F(RestoreLimitsTest, BeyondTwoTebibytesAnMbrPointsElsewhereThanTheDataGoes)
 
 TEST_F(RestoreLimitsTest, WhatOnlyTheParentOfAnImageHoldsCountsAsZeros)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "blocks that only the parent of a differencing image holds count as "
+          "zeros");
+
     constexpr uint32_t blockBytes = 2 << 20;
     constexpr uint64_t hasParent = uint64_t{2} << 32;
     machine::MemoryStorage bytes(kSize);
@@ -208,6 +253,11 @@ class ImageLimitsTest : public ImageMountTest {};
 
 TEST_F(ImageLimitsTest, BesideADiskOfTheSameIdentifierAnImageHasNoVolumes)
 {
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS,
+          "beside a disk of the same identifier the mounted image has partitions and "
+          "no volumes");
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "partitions of a disk that is offline are listed without volumes");
+
     machine.switches.diskIdentityCollisions = true;
     const machine::GptTable table = {.partitions = {{.start = kMiB, .length = 2 * kMiB}}};
     machine.FindDisk(0)->Gpt(table);
@@ -227,6 +277,10 @@ class RecoverLimitsTest : public RecoverTest {};
 
 TEST_F(RecoverLimitsTest, AnOverlayThatTheSystemDoesNotKnowByItsNameStaysAttached)
 {
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS,
+          "an overlay that the system does not know by its name stays "
+          "attached, with its file, after the data arrived");
+
     machine.switches.virtualDisksByExtension = true;
     AddTarget(4 * kMiB);
     MakeImage(8 * kMiB);

@@ -59,21 +59,37 @@ protected:
 
 TEST_F(PowerLossSweepTest, ACreatedPartitionIsThereOrIsNot)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "cut off after any of its writes, one copy of the table is whole and "
+          "tells the old or the new partitions");
+
     ExpectATableWherever([this] { return Create(6 * kMiB, 2 * kMiB); });
 }
 
 TEST_F(PowerLossSweepTest, ADeletedPartitionIsThereOrIsNot)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "cut off after any of its writes, one copy of the table is whole and "
+          "tells the old or the new partitions");
+
     ExpectATableWherever([this] { return Delete(kSecond.start); });
 }
 
 TEST_F(PowerLossSweepTest, AShrunkPartitionHasTheOldLengthOrTheNewOne)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "cut off after any of its writes, one copy of the table is whole and "
+          "tells the old or the new partitions");
+
     ExpectATableWherever([this] { return Shrink(kFirst.start, kMiB); });
 }
 
 TEST_F(PowerLossSweepTest, AnExtendedPartitionHasTheOldLengthOrTheNewOneInItsMbr)
 {
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS,
+          "cut off after any write to an MBR disk, the table tells the old or "
+          "the new length");
+
     for (const DiskKind& kind : {kSmallMbr, kLargeMbr}) {
         Make(kind, [this] { return Extend(kFirst.start, 4 * kMiB); }).ExpectAnMbrInEveryState();
     }
@@ -95,6 +111,10 @@ protected:
 
 TEST_F(RestorePowerLossSweepTest, FreeSpaceOfAGptBecomesAPartitionBeforeItsBytesAreRestored)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "cut off after any write to a GPT disk, one copy of the table is "
+          "whole, old or new");
+
     for (const DiskKind& kind : {kSmallGpt, kLargeGpt}) {
         SCOPED_TRACE(kind);
         CutOffEdit cutOff = Make(kind);
@@ -105,6 +125,10 @@ TEST_F(RestorePowerLossSweepTest, FreeSpaceOfAGptBecomesAPartitionBeforeItsBytes
 
 TEST_F(RestorePowerLossSweepTest, FreeSpaceOfAnMbrBecomesAPartitionBeforeItsBytesAreRestored)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "cut off after any write to an MBR disk, the table is the old or "
+          "the new one");
+
     for (const DiskKind& kind : {kSmallMbr, kLargeMbr}) {
         SCOPED_TRACE(kind);
         CutOffEdit cutOff = Make(kind);
@@ -117,6 +141,10 @@ TEST_F(RestorePowerLossSweepTest, FreeSpaceOfAnMbrBecomesAPartitionBeforeItsByte
 // have half of each copy when the power goes.
 TEST_F(PowerLossSweepTest, ADriveThatReordersWritesLosesTheTableOnlyWithHalfOfEachCopyStored)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "a drive that stores writes in another order loses the table only with "
+          "half of each copy stored; one flush follows both");
+
     CutOffEdit cutOff = Make(kSmallGpt, [this] { return Delete(kSecond.start); });
 
     for (uint32_t writes = 0; writes < 16; ++writes) {

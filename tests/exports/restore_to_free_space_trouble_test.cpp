@@ -44,6 +44,8 @@ protected:
 
 TEST_F(RestoreToFreeSpaceTroubleTest, AHeaderThatArrivesInTwoReadsLimits)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "a GPT header that arrives in two reads limits the room");
+
     machine.faults.Shorten(reads_, 1, 512);
 
     EXPECT_EQ(PlaceRestoredTo(), (Place{kStart, kUsableEnd - kStart}));
@@ -51,6 +53,10 @@ TEST_F(RestoreToFreeSpaceTroubleTest, AHeaderThatArrivesInTwoReadsLimits)
 
 TEST_F(RestoreToFreeSpaceTroubleTest, AHeaderWhoseReadFailsLimitsNothingThoughItsFieldsHaveArrived)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "a GPT header whose read fails limits nothing, though its first "
+          "bytes had arrived");
+
     machine.faults.Shorten(reads_, 1, 512);
     machine.faults.Fail(reads_, 2, 0xC0000185);
 

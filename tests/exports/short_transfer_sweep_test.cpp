@@ -49,16 +49,28 @@ private:
 
 TEST_F(EditShortTransferSweepTest, Creating)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "transfers that move fewer bytes than asked are continued, and the "
+          "table is the same");
+
     Sweep([this] { return Create(5 * kMiB, kMiB); });
 }
 
 TEST_F(EditShortTransferSweepTest, Deleting)
 {
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS,
+          "transfers that move fewer bytes than asked are continued, and the "
+          "table is the same");
+
     Sweep([this] { return Delete(4 * kMiB); });
 }
 
 TEST_F(EditShortTransferSweepTest, Shrinking)
 {
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS,
+          "transfers that move fewer bytes than asked are continued, and the "
+          "table is the same");
+
     Sweep([this] { return Shrink(kMiB, kMiB); });
 }
 
@@ -81,27 +93,47 @@ protected:
 
 TEST_F(RestoreShortTransferSweepTest, ADiskWithItsTable)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "transfers that move fewer bytes than asked are continued, and the "
+          "disk is the same");
+
     EXPECT_GT(Sweep({kFirst}, [this] { return RestorePartitions({1, 2}, 1); }), 80u);
 }
 
 TEST_F(RestoreShortTransferSweepTest, FreeSpace)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "transfers that move fewer bytes than asked are continued, and the "
+          "disk is the same");
+
     EXPECT_GT(Sweep({kFirst}, [this] { return RestoreToFreeSpace(2, 2 * kMiB, kMiB); }), 80u);
 }
 
 TEST_F(RestoreShortTransferSweepTest, AVolume)
 {
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS,
+          "transfers that move fewer bytes than asked are continued, and the "
+          "volume is the same");
+
     EXPECT_GT(Sweep({kThird}, [this] { return RestoreToVolume(2, VolumeAt(kThird.start)); }), 40u);
 }
 
 TEST_F(RestoreShortTransferSweepTest, AClonedVolume)
 {
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS,
+          "transfers that move fewer bytes than asked are continued, and the clone "
+          "is the same");
+
     EXPECT_EQ(Sweep({kSecond, kThird}, [this] { return CloneVolume(VolumeAt(kSecond.start), VolumeAt(kThird.start)); }),
               12u);
 }
 
 TEST_F(RestoreShortTransferSweepTest, AnInspectedImage)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS,
+          "reads that move fewer bytes than asked are continued, and the records "
+          "are the same");
+
     BeginCall();
     ImageInfoRecord info;
     ImagePartitionRecord partitions[4];
@@ -129,6 +161,10 @@ class BackupShortTransferSweepTest : public BackupTest {};
 
 TEST_F(BackupShortTransferSweepTest, ADiskWithAFileSystemAndOthers)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "transfers that move fewer bytes than asked are continued, and the image is the "
+          "same");
+
     machine::Disk& disk = machine.AddDisk(16 * kMiB);
     disk.Gpt({.partitions = {{.start = kMiB, .length = 4 * kMiB}, {.start = 8 * kMiB, .length = kMiB}}});
     disk.Format(kMiB, 4 * kMiB, machine::FileSystem::Ntfs);
