@@ -17,5 +17,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     # Relative names, so that the same sources make the same bytes in every folder; links run in the build folder.
     target_link_options(KestrelkitCore PRIVATE
         -Wl,--pdb=KestrelkitCore.pdb -Wl,-Xlink=/pdbaltpath:KestrelkitCore.pdb -Wl,-Xlink=/pdbsourcepath:/
-        -Wl,-Xlink=/cetcompat)
+        -Wl,-Xlink=/cetcompat -Wl,--guard-cf -Wl,--no-guard-longjmp)
+    target_sources(KestrelkitCore PRIVATE ${PROJECT_SOURCE_DIR}/src/core/dll_load_config.cpp)
 endif()
+
+kk_add_version_resource(KestrelkitCore "Kestrelkit disk imaging and partitioning library")

@@ -1,0 +1,17 @@
+# Gives a program or a library the project's version as a resource.
+function(kk_add_version_resource target description)
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "EXECUTABLE")
+        set(version_file_type 1)
+        set(version_file_name ${target}.exe)
+    else()
+        set(version_file_type 2)
+        set(version_file_name ${target}.dll)
+    endif()
+    set(version_description ${description})
+    set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/Version.rc.in ${resource} @ONLY)
+    # A target of its own, because the resource compiler knows none of the compiler's options.
+    add_library(${target}_version OBJECT ${resource})
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:${target}_version>)
+endfunction()
