@@ -1,0 +1,10 @@
+# Run by CPack when the package's files lie in its staging folder: writes SHA256SUMS beside them, for `sha256sum -c`.
+set(root ${CPACK_TEMPORARY_DIRECTORY})
+file(GLOB_RECURSE files LIST_DIRECTORIES FALSE RELATIVE ${root} ${root}/*)
+list(SORT files)
+set(lines)
+foreach(file IN LISTS files)
+    file(SHA256 ${root}/${file} sum)
+    string(APPEND lines "${sum}  ${file}\n")
+endforeach()
+file(WRITE ${root}/SHA256SUMS ${lines})
