@@ -1,4 +1,4 @@
-# `cmake --preset dll && cpack` makes one ZIP of all that a front end's author needs, with a checksum of each file in it.
+# `cmake --preset dll && cpack` makes one ZIP of all that a front end's author needs, with a checksum of each file.
 include(CMakePackageConfigHelpers)
 
 set(KK_PACKAGE_BIN bin)

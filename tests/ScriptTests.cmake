@@ -16,13 +16,15 @@ kk_add_script_test(tree.passes_lint ${root}/tools/lint ${CMAKE_BINARY_DIR})
 kk_add_script_test(header.stands_alone ${Python3_EXECUTABLE} ${root}/tests/dll/header_check.py ${root}/include)
 set(header ${root}/include/kestrelkit/kestrelkit.h)
 kk_add_script_test(dll.by_clang ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.py ${KK_DLL} ${header}
-    --size-limit 65536)
+    --size-limit 65536 --by-lld)
 kk_add_script_test(dll.by_gcc ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.py
     ${root}/build/dll-gcc/KestrelkitCore.dll ${header})
 foreach(preset dll dll-gcc)
     kk_add_script_test(${preset}.is_reproducible ${Python3_EXECUTABLE} ${root}/tests/dll/reproducible_check.py
         ${root} ${preset})
 endforeach()
+kk_add_script_test(package.serves_a_consumer ${Python3_EXECUTABLE} ${root}/tests/package/package_test.py
+    ${root} ${dll_folder} ${PROJECT_VERSION})
 
 kk_add_script_test(kkctl.on_the_machine ${Python3_EXECUTABLE} ${root}/tests/kkctl/kkctl_test.py
     $<TARGET_FILE:kkctl>)

@@ -1,42 +1,80 @@
 #!/usr/bin/env python3
-"""Checks a built KestrelkitCore.dll from the outside: what it imports and exports, how it is protected, how large it is.
+"""Checks a built KestrelkitCore.dll from outside: what it imports and exports, how it is protected, how large it is.
 
-usage: dll_check.py DLL PUBLIC_HEADER [--size-limit BYTES]
+usage: dll_check.py DLL PUBLIC_HEADER [--size-limit BYTES] [--by-lld]
 """
 
 import argparse
+import functools
 import pathlib
 import re
 import subprocess
 import sys
 import unittest
 
-PERMITTED_IMPORTS = {
+IMPORTS = {
     "NtCreateFile", "NtReadFile", "NtWriteFile", "NtClose", "NtDeviceIoControlFile", "NtFsControlFile",
     "NtQueryInformationFile", "NtQueryVolumeInformationFile", "NtFlushBuffersFile", "NtQuerySystemTime",
     "RtlTimeToTimeFields", "RtlRandomEx", "RtlUnicodeToUTF8N", "RtlAllocateHeap", "RtlFreeHeap",
     "RtlAdjustPrivilege", "NtShutdownSystem", "LdrLoadDll", "LdrGetProcedureAddress",
 }
+EXPORT_COUNT = 22
+SLOT_BYTES = 8
 OPTIONS = None
 
 
+def output_of(*command):
+    return subprocess.run([*command, OPTIONS.dll], capture_output=True, text=True, check=True).stdout
+
+
+@functools.cache
 def readobj(*flags):
-    run = subprocess.run(["llvm-readobj-19", *flags, OPTIONS.dll], capture_output=True, text=True, check=True)
-    return run.stdout
+    return output_of("llvm-readobj-19", *flags)
+
+
+@functools.cache
+def disassembly():
+    return output_of("llvm-objdump-19", "--disassemble", "--no-show-raw-insn")
+
+
+def number(name, text):
+    """What the tool says behind a name, as a number."""
+    return int(re.search(rf"\b{name}: (0x[0-9A-F]+|\d+)", text).group(1), 0)
+
+
+def image_base():
+    return number("ImageBase", readobj("--file-headers"))
+
+
+def readers_of(slot):
+    """Addresses of the instructions that name the slot."""
+    return re.findall(rf"^ *([0-9a-f]+):.*# {slot:#x}\b", disassembly(), re.MULTILINE)
+
+
+def is_used(slot):
+    """Whether code calls through the slot. LLD adds a jump through every slot, called or not."""
+    readers = readers_of(slot)
+    if not OPTIONS.by_lld or len(readers) != 1:
+        return bool(readers)
+    return re.search(rf"\b(?:call|jmp)q?\s+0x{readers[0]}\b", disassembly()) is not None
 
 
 class DllCheck(unittest.TestCase):
-    def test_imports_ntdll_alone_and_only_permitted_names(self):
+    def test_imports_the_permitted_names_from_ntdll_and_nothing_else(self):
         text = readobj("--coff-imports")
         self.assertEqual(re.findall(r"^  Name: (.+)$", text, re.MULTILINE), ["ntdll.dll"])
-        names = set(re.findall(r"Symbol: (\S+) \(", text))
-        self.assertTrue(names)
-        self.assertEqual(names - PERMITTED_IMPORTS, set())
+        self.assertEqual(sorted(re.findall(r"Symbol: (\S+) \(", text)), sorted(IMPORTS))
+
+    def test_uses_every_name_that_it_imports(self):
+        names = re.findall(r"Symbol: (\S+) \(", readobj("--coff-imports"))
+        first = image_base() + number("ImportAddressTableRVA", readobj("--coff-imports"))
+        unused = [name for index, name in enumerate(names) if not is_used(first + index * SLOT_BYTES)]
+        self.assertEqual(unused, [])
 
     def test_exports_exactly_what_the_public_header_declares(self):
         header = pathlib.Path(OPTIONS.header).read_text(encoding="utf-8")
         declared = re.findall(r"^KK_API KK_STATUS KK_CALL (Kk\w+)\(", header, re.MULTILINE)
-        self.assertTrue(declared)
+        self.assertEqual(len(declared), EXPORT_COUNT)
         exported = re.findall(r"^  Name: (.+)$", readobj("--coff-exports"), re.MULTILINE)
         self.assertEqual(sorted(exported), sorted(declared))
 
@@ -47,6 +85,31 @@ class DllCheck(unittest.TestCase):
             self.assertIn(f"IMAGE_DLL_CHARACTERISTICS_{flag} ", text)
         self.assertIn("AddressOfEntryPoint: 0x", text)
         self.assertNotIn("AddressOfEntryPoint: 0x0\n", text)
+        self.assertNotIn("IMAGE_FILE_RELOCS_STRIPPED", text)
+        self.assertIn("Type: DIR64", readobj("--coff-basereloc"))
+
+    def test_lets_the_processor_guard_return_addresses(self):
+        if OPTIONS.by_lld:
+            self.assertIn("IMAGE_DLL_CHARACTERISTICS_EX_CET_COMPAT ", readobj("--coff-debug-directory"))
+
+    def test_lets_the_system_guard_indirect_calls(self):
+        if OPTIONS.by_lld:
+            self.assertIn("IMAGE_DLL_CHARACTERISTICS_GUARD_CF ", readobj("--file-headers"))
+            config = readobj("--coff-load-config")
+            for flag in ("CF_INSTRUMENTED", "CF_FUNCTION_TABLE_PRESENT"):
+                self.assertIn(f" {flag} ", config)
+            # Calls through the fields of records are what the guard replaces.
+            self.assertEqual(re.findall(r"(?:call|jmp)q\s+\*\S*\(%(?!rip).*", disassembly()), [])
+            self.assertTrue(readers_of(number("GuardCFCheckDispatch", config)))
+
+    def test_permits_guarded_calls_of_every_export(self):
+        if OPTIONS.by_lld:
+            offsets = re.findall(r"^  RVA: (.+)$", readobj("--coff-exports"), re.MULTILINE)
+            exports = {image_base() + int(offset, 16) for offset in offsets}
+            table = readobj("--coff-load-config").split("GuardFidTable [")[1].split("]")[0]
+            targets = {int(address, 16) for address in re.findall(r"0x[0-9A-F]+", table)}
+            self.assertEqual(len(exports), EXPORT_COUNT)
+            self.assertEqual(exports - targets, set())
 
     def test_has_no_section_that_is_writable_and_executable(self):
         sections = re.split(r"^  Section \{$", readobj("--sections"), flags=re.MULTILINE)[1:]
@@ -76,5 +139,6 @@ if __name__ == "__main__":
     parser.add_argument("dll")
     parser.add_argument("header")
     parser.add_argument("--size-limit", type=int)
+    parser.add_argument("--by-lld", action="store_true", help="expect what GCC and its linker cannot do as well")
     OPTIONS, rest = parser.parse_known_args()
     unittest.main(argv=[sys.argv[0], *rest])
