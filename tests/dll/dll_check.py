@@ -102,14 +102,15 @@ class DllCheck(unittest.TestCase):
             self.assertEqual(re.findall(r"(?:call|jmp)q\s+\*\S*\(%(?!rip).*", disassembly()), [])
             self.assertTrue(readers_of(number("GuardCFCheckDispatch", config)))
 
-    def test_permits_guarded_calls_of_every_export(self):
+    def test_permits_guarded_calls_of_the_entry_point_and_of_every_export(self):
         if OPTIONS.by_lld:
             offsets = re.findall(r"^  RVA: (.+)$", readobj("--coff-exports"), re.MULTILINE)
             exports = {image_base() + int(offset, 16) for offset in offsets}
             table = readobj("--coff-load-config").split("GuardFidTable [")[1].split("]")[0]
             targets = {int(address, 16) for address in re.findall(r"0x[0-9A-F]+", table)}
             self.assertEqual(len(exports), EXPORT_COUNT)
-            self.assertEqual(exports - targets, set())
+            entry = image_base() + number("AddressOfEntryPoint", readobj("--file-headers"))
+            self.assertEqual((exports | {entry}) - targets, set())
 
     def test_has_no_section_that_is_writable_and_executable(self):
         sections = re.split(r"^  Section \{$", readobj("--sections"), flags=re.MULTILINE)[1:]
