@@ -46,6 +46,16 @@ def image_base():
     return number("ImageBase", readobj("--file-headers"))
 
 
+def sections():
+    return re.split(r"^  Section \{$", readobj("--sections"), flags=re.MULTILINE)[1:]
+
+
+def section_at(address):
+    """What the tool says of the section that holds the address."""
+    starts = [(image_base() + number("VirtualAddress", section), section) for section in sections()]
+    return max(start for start in starts if start[0] <= address)[1]
+
+
 def readers_of(slot):
     """Addresses of the instructions that name the slot."""
     return re.findall(rf"^ *([0-9a-f]+):.*# {slot:#x}\b", disassembly(), re.MULTILINE)
@@ -100,6 +110,8 @@ class DllCheck(unittest.TestCase):
                 self.assertIn(f" {flag} ", config)
             # Calls through the fields of records are what the guard replaces.
             self.assertEqual(re.findall(r"(?:call|jmp)q\s+\*\S*\(%(?!rip).*", disassembly()), [])
+            for pointer in ("GuardCFCheckFunction", "GuardCFCheckDispatch"):
+                self.assertNotIn("IMAGE_SCN_MEM_WRITE", section_at(number(pointer, config)), pointer)
             self.assertTrue(readers_of(number("GuardCFCheckDispatch", config)))
 
     def test_permits_guarded_calls_of_the_entry_point_and_of_every_export(self):
@@ -113,9 +125,8 @@ class DllCheck(unittest.TestCase):
             self.assertEqual((exports | {entry}) - targets, set())
 
     def test_has_no_section_that_is_writable_and_executable(self):
-        sections = re.split(r"^  Section \{$", readobj("--sections"), flags=re.MULTILINE)[1:]
-        self.assertTrue(sections)
-        for section in sections:
+        self.assertTrue(sections())
+        for section in sections():
             both = "IMAGE_SCN_MEM_WRITE" in section and "IMAGE_SCN_MEM_EXECUTE" in section
             self.assertFalse(both, section)
 
