@@ -6,7 +6,7 @@
  *     if (!disks) { ... disks.status ... }
  *     for (const kestrelkit::Disk& disk : *disks) { ... }
  *
- * Every function makes the call of the same name, and kestrelkit.h says what that does; listing and inspecting make it
+ * Every function makes the call of its name (BackUp makes KkBackup), and kestrelkit.h says what that does; listing and inspecting make it
  * as often as it takes. Nothing here throws but std::bad_alloc. Text is std::wstring on Windows, elsewhere
  * std::u16string.
  */
@@ -223,15 +223,13 @@ public:
             return {{KK_STATUS_INVALID_PARAMETER}, {}};
         }
         constexpr uint32_t untouched = 0xFFFFFFFF;  // the library writes 0 there when all data was copied
-        Backup backup;
-        backup.statistics.reserved12 = untouched;
-        const KK_STATUS status =
-            exports_.backup(disk, imagePath.c_str(), detail::Pointer(options.partitions),
-                            detail::Count(options.partitions), options.usedBlocksOnly ? 1 : 0,
-                            options.removeOmitted ? 1 : 0, options.useSnapshots ? 1 : 0, options.setId.c_str(),
-                            options.setDiskIndex, options.setDiskCount, options.compact ? 1 : 0, &backup.statistics);
-        backup.isComplete = backup.statistics.reserved12 != untouched;
-        return {{status}, backup.isComplete ? backup : Backup{}};
+        BackupResult result = {};
+        result.reserved12 = untouched;
+        const KK_STATUS status = exports_.backup(
+            disk, imagePath.c_str(), detail::Pointer(options.partitions), detail::Count(options.partitions),
+            options.usedBlocksOnly ? 1 : 0, options.removeOmitted ? 1 : 0, options.useSnapshots ? 1 : 0,
+            options.setId.c_str(), options.setDiskIndex, options.setDiskCount, options.compact ? 1 : 0, &result);
+        return {{status}, result.reserved12 != untouched ? detail::Unpack(result) : Backup{}};
     }
 
     [[nodiscard]] Result<Image> InspectImage(const WideString& imagePath) const

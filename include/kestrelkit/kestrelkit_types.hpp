@@ -111,20 +111,28 @@ using PartitionNumbers = std::optional<std::span<const uint32_t>>;
 
 /// How KkBackup is to work.
 struct BackupOptions {
-    PartitionNumbers partitions;
+    PartitionNumbers partitions = std::nullopt;
     bool usedBlocksOnly = true;
     bool removeOmitted = false;
     bool useSnapshots = true;
     bool compact = false;
-    std::string setId;  ///< empty: one is made up
+    std::string setId = {};  ///< empty: one is made up
     uint32_t setDiskIndex = 0;
     uint32_t setDiskCount = 1;
 };
 
-/// What a backup left. With `isComplete` all data is in the image, even if the call failed afterwards.
+/// What a backup left, and a BackupResult. With `isComplete` all data is in the image, even if the call failed
+/// afterwards; without it the rest is empty.
 struct Backup {
     bool isComplete = false;
-    BackupResult statistics = {};
+    bool snapshotsUsed = false;
+    uint32_t partitionsCopied = 0;
+    uint64_t bytesCopied = 0;
+    uint32_t snapshotUsedBlockCopies = 0;
+    uint32_t snapshotWholeCopies = 0;
+    uint32_t liveUsedBlockCopies = 0;
+    uint32_t liveWholeCopies = 0;
+    uint32_t rawDiskCopies = 0;
 };
 
 /// Bytes of a disk.
@@ -169,6 +177,19 @@ inline Partition Unpack(const KkPartitionInfo& record)
     partition.deviceName = TextAt(record, offsetof(Record, deviceName), sizeof(Record::deviceName));
     partition.volumePath = TextAt(record, offsetof(Record, volumePath), sizeof(Record::volumePath));
     return partition;
+}
+
+inline Backup Unpack(const BackupResult& record)
+{
+    return {.isComplete = true,
+            .snapshotsUsed = record.snapshotsUsed != 0,
+            .partitionsCopied = record.partitionsCopied,
+            .bytesCopied = record.bytesCopied,
+            .snapshotUsedBlockCopies = record.snapshotUsedBlockCopies,
+            .snapshotWholeCopies = record.snapshotWholeCopies,
+            .liveUsedBlockCopies = record.liveUsedBlockCopies,
+            .liveWholeCopies = record.liveWholeCopies,
+            .rawDiskCopies = record.rawDiskCopies};
 }
 
 inline ImagePartition Unpack(const ImagePartitionRecord& record)
