@@ -6,9 +6,9 @@
  *     if (!disks) { ... disks.status ... }
  *     for (const kestrelkit::Disk& disk : *disks) { ... }
  *
- * Every function makes the call of its name (BackUp makes KkBackup), and kestrelkit.h says what that does; listing and inspecting make it
- * as often as it takes. Nothing here throws but std::bad_alloc. Text is std::wstring on Windows, elsewhere
- * std::u16string.
+ * Every function makes the call of its name (BackUp makes KkBackup), and kestrelkit.h says what that does; listing and
+ * inspecting make it as often as it takes. Nothing here throws but std::bad_alloc. Text is std::wstring on Windows,
+ * elsewhere std::u16string.
  */
 #ifndef KESTRELKIT_KESTRELKIT_HPP
 #define KESTRELKIT_KESTRELKIT_HPP
