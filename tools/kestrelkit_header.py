@@ -89,6 +89,8 @@ def _outcome(text):
 
 def _outcomes(comment):
     """What follows @return: a list, or one sentence."""
+    if "@return" not in comment:
+        raise ValueError(f"a function's comment lacks @return: {comment}")
     text = comment.split("@return", 1)[1].strip()
     items = re.split(r"^- ", text, flags=re.MULTILINE)[1:] if text.startswith("- ") else [text]
     return tuple(outcome for item in items for outcome in _outcome(_one_line(item)))
@@ -129,10 +131,13 @@ def _records(text):
 
 
 def read(path=DEFAULT_PATH):
-    """Raises ValueError when the header declares a function whose comment does not say what it returns."""
+    """Raises ValueError when the header declares something whose comment cannot be read."""
     text = pathlib.Path(path).read_text(encoding="utf-8")
     header = Header(_statuses(text), _records(text), _exports(text))
     declared = re.findall(r"^KK_API .*?(Kk\w+)\(", text, re.MULTILINE)
     if [export.name for export in header.exports] != declared:
-        raise ValueError(f"{path}: a function has no comment, or one without @return")
+        raise ValueError(f"{path}: a function has no comment")
+    defined = re.findall(r"^#define (KK_\w+) \(\(KK_STATUS\)", text, re.MULTILINE)
+    if [status.name for status in header.statuses] != defined:
+        raise ValueError(f"{path}: a status has no comment")
     return header

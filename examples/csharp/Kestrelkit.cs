@@ -1,5 +1,5 @@
-// KestrelkitCore.dll for C#: its records and functions. Compile with /unsafe, for 64-bit processes. kestrelkit.h says what
-// the functions do. Negative results are failures.
+// KestrelkitCore.dll for C#: its records and functions. Compile with /unsafe, for 64-bit processes. kestrelkit.h says
+// what the functions do. Negative results are failures.
 using System.Runtime.InteropServices;
 
 // No search for the library: it lies beside the program, which is probably elevated.

@@ -4,8 +4,8 @@
     for disk in kit.list_disks():
         print(disk.number, disk.size)
 
-Every function of the DLL is there under its own name (kit.dll.KkMountImage), with argument types; kestrelkit.h says what
-it does. Negative results of the methods below raise KestrelkitError.
+Every function of the DLL is there under its own name (kit.dll.KkMountImage), with argument types; kestrelkit.h says
+what it does. Negative results of the methods below raise KestrelkitError.
 """
 
 import ctypes

@@ -52,7 +52,8 @@ def measured():
     source += "int main(void)\n{\n" + "\n".join(lines) + "\n}\n"
     with tempfile.TemporaryDirectory() as folder:
         program = os.path.join(folder, "facts")
-        subprocess.run(["clang-19", "-std=c11", INCLUDE, "-xc", "-", "-o", program], input=source, text=True, check=True)
+        command = ["clang-19", "-std=c11", INCLUDE, "-xc", "-", "-o", program]
+        subprocess.run(command, input=source, text=True, check=True)
         output = subprocess.run([program], capture_output=True, text=True, check=True).stdout
     return {name: int(value) for name, value in (line.rsplit(" ", 1) for line in output.splitlines())}
 
@@ -119,7 +120,8 @@ class RecordsCheck(unittest.TestCase):
     def csharp_facts(cls):
         with tempfile.TemporaryDirectory() as folder:
             program = os.path.join(folder, "facts.exe")
-            bridge_case.compile_csharp(program, ROOT / "tests/examples/facts.cs", ROOT / "examples/csharp/Kestrelkit.cs")
+            sources = (ROOT / "tests/examples/facts.cs", ROOT / "examples/csharp/Kestrelkit.cs")
+            bridge_case.compile_csharp(program, *sources)
             return subprocess.run(["mono", program], capture_output=True, text=True, check=True).stdout.splitlines()
 
     def test_records_and_functions_of_csharp(self):
