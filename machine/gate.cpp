@@ -16,8 +16,7 @@ uint64_t MonotonicNs()
 
 }  // namespace
 
-Passage::Passage(Machine& machine, CallRecord record)
-    : lock_(machine.Lock()), machine_(machine), record_(std::move(record))
+Passage::Passage(Machine& machine, CallRecord record) : lock_(machine), machine_(machine), record_(std::move(record))
 {
     record_.index = machine_.NextCallIndex();
     record_.enteredNs = MonotonicNs();
@@ -46,6 +45,12 @@ void Passage::Fail(const std::exception& error)
 {
     machine_.Report(record_.name + " on " + record_.object + ": " + error.what());
     record_.result = NaturalFailure(record_.kind);
+}
+
+std::string HandleName(Machine& machine, kk::NtHandle handle)
+{
+    const MachineLock lock(machine);
+    return machine.handles.NameOf(handle);
 }
 
 }  // namespace machine

@@ -2,11 +2,13 @@
 
 #include <concepts>
 #include <exception>
-#include <mutex>
+#include <string>
 #include <type_traits>
 #include <utility>
 
+#include "core/nt_types.h"
 #include "machine/calls.h"
+#include "machine/machine_lock.h"
 
 namespace machine {
 
@@ -29,7 +31,7 @@ public:
     void Fail(const std::exception& error);
 
 private:
-    std::unique_lock<std::recursive_mutex> lock_;
+    MachineLock lock_;
     Machine& machine_;
     CallRecord record_;
 };
@@ -54,6 +56,9 @@ Result ResultOfFault(uint32_t recorded)
         return static_cast<Result>(recorded);
     }
 }
+
+/// What a handle stands for, for the record of a call that has not passed the gate yet.
+std::string HandleName(Machine& machine, kk::NtHandle handle);
 
 /// The one way into the machine. `body` takes the record, does the work and returns the entry point's own result; a
 /// fault keeps it from running, so that nothing is done and no output is touched. No exception leaves.

@@ -123,7 +123,7 @@ uint32_t KK_CALL GetSystemDirectoryW(char16_t* buffer, uint32_t units)
 int32_t KK_CALL CloseHandle(kk::NtHandle handle)
 {
     Machine& machine = Machine::Current();
-    CallRecord call = Win32Record(CallKind::Close, "CloseHandle", machine.handles.NameOf(handle));
+    CallRecord call = Win32Record(CallKind::Close, "CloseHandle", HandleName(machine, handle));
     return PassGate(machine, std::move(call), [&](CallRecord& record) -> int32_t {
         if (machine.handles.Close(handle)) {
             return 1;

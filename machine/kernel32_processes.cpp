@@ -61,7 +61,7 @@ uint32_t KK_CALL WaitForSingleObject(kk::NtHandle handle, uint32_t milliseconds)
 {
     Machine& machine = Machine::Current();
     CallRecord call = {
-        .kind = CallKind::Win32Wait, .name = "WaitForSingleObject", .object = machine.handles.NameOf(handle)};
+        .kind = CallKind::Win32Wait, .name = "WaitForSingleObject", .object = HandleName(machine, handle)};
     call.length = milliseconds;
     return PassGate(machine, std::move(call),
                     [&](CallRecord&) { return static_cast<uint32_t>(machine.processes.Wait(handle, milliseconds)); });
@@ -71,7 +71,7 @@ int32_t KK_CALL GetExitCodeProcess(kk::NtHandle handle, uint32_t* exitCode)
 {
     Machine& machine = Machine::Current();
     CallRecord call = {
-        .kind = CallKind::Win32Bool, .name = "GetExitCodeProcess", .object = machine.handles.NameOf(handle)};
+        .kind = CallKind::Win32Bool, .name = "GetExitCodeProcess", .object = HandleName(machine, handle)};
     return PassGate(machine, std::move(call), [&](CallRecord& record) -> int32_t {
         const std::optional<uint32_t> code = machine.processes.ExitCodeOf(handle);
         if (!code || exitCode == nullptr) {

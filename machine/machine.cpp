@@ -25,13 +25,13 @@ std::u16string DriveName(uint32_t number)
 
 Machine::Machine()
     : heap([this](const std::string& breach) { Report(breach); }), names(drives), volumes(*this),
-      mountManager(std::make_shared<MountManager>(volumes)), processes(*this), threadBlock_(&heap)
+      mountManager(std::make_shared<MountManager>(volumes)), processes(*this), processBlock_(&heap),
+      creatorsBlock_(processBlock_)
 {
     if (theMachine != nullptr) {
         Report("a second machine was made while another exists");
     }
     theMachine = this;
-    InstallThread();
     names.AddDevice(kk::kMountManagerDevice, mountManager);
     names.AddLink(u"\\??\\MountPointManager", kk::kMountManagerDevice);
     AddKernel32(modules);
@@ -42,7 +42,6 @@ Machine::~Machine()
     for (const std::string& imbalance : Imbalances()) {
         Report(imbalance);
     }
-    ThreadBlock::Uninstall();
     theMachine = nullptr;
 }
 

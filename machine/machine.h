@@ -44,8 +44,9 @@ public:
     /// The machine that exists; ends the program when there is none.
     static Machine& Current();
 
-    /// Makes the calling thread one of the machine's. The thread that created the machine is one already.
-    void InstallThread() const { threadBlock_.Install(); }
+    /// Makes the calling thread one of the machine's for as long as the result lives, which must end on that thread and
+    /// before the machine. The thread that created the machine is one already.
+    [[nodiscard]] ThreadBlock JoinThread() const { return ThreadBlock(processBlock_); }
 
     /// Hears of every breach of the rules, by the caller or by a test's set-up. Without one, the first breach is
     /// printed and ends the program.
@@ -82,7 +83,8 @@ public:
     void OnControl(CallPattern pattern, ControlOverride answer);
     std::optional<ControlAnswer> OverriddenAnswer(const CallRecord& record, const ControlRequest& request) const;
 
-    /// Serialises all calls. Held while a call is under way, so callbacks must not wait for other threads' calls.
+    /// Serialises all calls; see MachineLock. Held while a call is under way, so callbacks must not wait for other threads'
+    /// calls.
     std::recursive_mutex& Lock() { return lock_; }
     uint64_t NextCallIndex() { return nextCall_++; }
 
@@ -112,7 +114,8 @@ private:
     std::vector<BalanceCheck> balanceChecks_;
     std::vector<std::pair<CallPattern, ControlOverride>> overrides_;
     std::map<uint32_t, std::shared_ptr<Disk>> disks_;
-    ThreadBlock threadBlock_;
+    ProcessBlock processBlock_;
+    ThreadBlock creatorsBlock_;
 };
 
 }  // namespace machine

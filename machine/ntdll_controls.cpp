@@ -50,7 +50,7 @@ Status Control(const ControlCall& control)
     CallRecord call;
     call.kind = control.kind;
     call.name = control.name;
-    call.object = machine.handles.NameOf(control.handle);
+    call.object = HandleName(machine, control.handle);
     call.code = control.code;
     call.length = control.outputLength;
     call.input = machine.journal.InputToKeep(request.input);
@@ -75,7 +75,7 @@ CallRecord QueryRecord(Machine& machine, CallKind kind, const char* name, kk::Nt
     CallRecord record;
     record.kind = kind;
     record.name = name;
-    record.object = machine.handles.NameOf(handle);
+    record.object = HandleName(machine, handle);
     record.code = informationClass;
     record.length = length;
     return record;

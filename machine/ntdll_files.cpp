@@ -86,7 +86,7 @@ CallRecord TransferRecord(Machine& machine, CallKind kind, const char* name, kk:
     CallRecord record;
     record.kind = kind;
     record.name = name;
-    record.object = machine.handles.NameOf(handle);
+    record.object = HandleName(machine, handle);
     record.offset = offset != nullptr ? static_cast<uint64_t>(*offset) : 0;
     record.length = length;
     return record;

@@ -28,19 +28,19 @@ void PutPointer(std::array<uint8_t, N>& block, size_t offset, const void* pointe
 
 }  // namespace
 
-ThreadBlock::ThreadBlock(void* processHeap)
+ProcessBlock::ProcessBlock(void* processHeap)
 {
-    PutPointer(thread_, kSelfOffset, thread_.data());
-    PutPointer(thread_, kk::kThreadBlockPebOffset, process_.data());
-    PutPointer(process_, offsetof(kk::ProcessEnvironmentBlock, processHeap), processHeap);
+    PutPointer(bytes_, offsetof(kk::ProcessEnvironmentBlock, processHeap), processHeap);
 }
 
-void ThreadBlock::Install() const
+ThreadBlock::ThreadBlock(const ProcessBlock& process)
 {
-    SetGsBase(thread_.data());
+    PutPointer(bytes_, kSelfOffset, bytes_.data());
+    PutPointer(bytes_, kk::kThreadBlockPebOffset, process.Address());
+    SetGsBase(bytes_.data());
 }
 
-void ThreadBlock::Uninstall()
+ThreadBlock::~ThreadBlock()
 {
     SetGsBase(nullptr);
 }

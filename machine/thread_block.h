@@ -7,22 +7,30 @@
 
 namespace machine {
 
-/// What the gs segment leads to on the machine's threads: a thread block and the process environment block, with
-/// nothing in them but the way to the default heap.
-class ThreadBlock {
+/// The process environment block, with nothing in it but the default heap.
+class ProcessBlock {
 public:
-    explicit ThreadBlock(void* processHeap);
-    ThreadBlock(const ThreadBlock&) = delete;
-    ThreadBlock& operator=(const ThreadBlock&) = delete;
+    explicit ProcessBlock(void* processHeap);
+    ProcessBlock(const ProcessBlock&) = delete;
+    ProcessBlock& operator=(const ProcessBlock&) = delete;
 
-    /// Points the calling thread's gs segment here.
-    void Install() const;
-    /// Gives the calling thread's gs segment back to nobody.
-    static void Uninstall();
+    const void* Address() const { return bytes_.data(); }
 
 private:
-    alignas(16) std::array<uint8_t, 0x1000> thread_ = {};
-    alignas(16) std::array<uint8_t, 0x1000> process_ = {};
+    alignas(16) std::array<uint8_t, 0x1000> bytes_ = {};
+};
+
+/// A thread block of the calling thread's own, with nothing in it but the way to the process's. As long as it lives, the
+/// thread's gs segment leads to it; afterwards nowhere.
+class ThreadBlock {
+public:
+    explicit ThreadBlock(const ProcessBlock& process);
+    ThreadBlock(const ThreadBlock&) = delete;
+    ThreadBlock& operator=(const ThreadBlock&) = delete;
+    ~ThreadBlock();
+
+private:
+    alignas(16) std::array<uint8_t, 0x1000> bytes_ = {};
 };
 
 }  // namespace machine

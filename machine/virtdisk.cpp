@@ -27,7 +27,7 @@ uint32_t PassToService(CallRecord record, Body&& body)
 /// The image behind a handle, so that records and faults can name it.
 std::string ImageName(kk::NtHandle handle)
 {
-    const std::lock_guard lock(Machine::Current().Lock());
+    const MachineLock lock(Machine::Current());
     const std::shared_ptr<VirtualDiskService> service = installedService.lock();
     return service != nullptr ? service->NameOf(handle) : std::string();
 }
@@ -103,7 +103,7 @@ uint32_t KK_CALL GetStorageDependencyInformation(kk::NtHandle disk, uint32_t fla
 {
     CallRecord record = {.kind = CallKind::Win32Error,
                          .name = "GetStorageDependencyInformation",
-                         .object = Machine::Current().handles.NameOf(disk)};
+                         .object = HandleName(Machine::Current(), disk)};
     record.options = flags;
     record.length = size;
     return PassToService(std::move(record), [&](VirtualDiskService& service) {

@@ -22,6 +22,16 @@ constexpr LibraryBinding kSnapshotLibrary = {u"vssapi.dll", kSnapshotEntries};
 
 constinit SnapshotApi gApi = {};
 
+bool BindBothLibraries()
+{
+    const Binding com = BindLibrary(kComLibrary, &gApi);
+    if (com == Binding::NotLoaded) {
+        return false;
+    }
+    const Binding snapshots = BindLibrary(kSnapshotLibrary, &gApi);
+    return com == Binding::Complete && snapshots == Binding::Complete;
+}
+
 }  // namespace
 
 const SnapshotApi& GetSnapshotApi()
@@ -31,17 +41,10 @@ const SnapshotApi& GetSnapshotApi()
 
 bool SnapshotServiceAvailable()
 {
-    if (gApi.tried != 0) {
-        return gApi.ok != 0;
+    if (gApi.tried.SetFirst() && BindBothLibraries()) {
+        gApi.ok.Set();
     }
-    gApi.tried = 1;
-    const Binding com = BindLibrary(kComLibrary, &gApi);
-    if (com == Binding::NotLoaded) {
-        return false;
-    }
-    const Binding snapshots = BindLibrary(kSnapshotLibrary, &gApi);
-    gApi.ok = com == Binding::Complete && snapshots == Binding::Complete ? 1 : 0;
-    return gApi.ok != 0;
+    return gApi.ok.IsSet();
 }
 
 }  // namespace kk

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backup/vss_interfaces.h"
+#include "core/shared_flag.h"
 
 namespace kk {
 
@@ -11,14 +12,15 @@ struct SnapshotApi {
     CoInitializeSecurityFn coInitializeSecurity;  // optional
     CreateVssBackupComponentsInternalFn createVssBackupComponentsInternal;
     VssFreeSnapshotPropertiesFn vssFreeSnapshotProperties;
-    uint8_t tried;
-    uint8_t ok;
+    SharedFlag tried;
+    SharedFlag ok;
 };
 
 /// The process-wide table; its entries are null until it is bound.
 const SnapshotApi& GetSnapshotApi();
 
-/// Whether snapshots can be taken on this system: binds the table on the first call, later calls repeat the answer.
+/// Whether snapshots can be taken on this system: binds the table on the first call; later calls repeat the answer, and
+/// tell false until there is one.
 [[nodiscard]] bool SnapshotServiceAvailable();
 
 }  // namespace kk

@@ -5,6 +5,7 @@
 #include "core/memory.h"
 #include "core/native_file.h"
 #include "core/nt_device_file.h"
+#include "core/shared_flag.h"
 #include "core/status.h"
 
 namespace kk {
@@ -16,14 +17,18 @@ constexpr OpenMode kOpenToRead = {kFileGenericRead, kFileShareRead | kFileShareW
 constexpr OpenMode kOpenToWrite = {kFileGenericRead | kFileGenericWrite, kOpenToRead.share, kOpenToRead.disposition,
                                    kOpenToRead.options};
 
-alignas(NtFileOpener) constinit uint8_t gOpenerMemory[sizeof(NtFileOpener)] = {};
-// A plain flag: two threads that both find it clear build the same object twice, which does no harm.
-constinit bool gOpenerCreated = false;
+constinit uintptr_t gOpenerMemory = 0;
+constinit SharedFlag gOpenerCreated;
+static_assert(sizeof(NtFileOpener) == sizeof(gOpenerMemory) && alignof(NtFileOpener) == alignof(uintptr_t));
 
-/// Keeps the compiler from moving the flag before the object. The processor keeps the order of writes by itself.
-void FinishWritesBefore()
+/// All that is in an opener is the way to its methods, one word. Two threads that both make one come to the same word,
+/// and only one of them writes it, so that none writes what others read already.
+void MakeOpener()
 {
-    asm volatile("" : : : "memory");
+    const NtFileOpener opener;
+    uintptr_t word = 0;
+    CopyBytes(&word, &opener, sizeof(word));
+    PublishSharedOnce(gOpenerMemory, word);
 }
 
 }  // namespace
@@ -59,12 +64,11 @@ KK_STATUS NtFileOpener::Open(const char16_t* path, bool writable, DeviceFile** f
 
 FileOpener* GetFileOpener()
 {
-    if (!gOpenerCreated) {
-        new (gOpenerMemory) NtFileOpener;
-        FinishWritesBefore();
-        gOpenerCreated = true;
+    if (!gOpenerCreated.IsSet()) {
+        MakeOpener();
+        gOpenerCreated.Set();
     }
-    return std::launder(reinterpret_cast<NtFileOpener*>(gOpenerMemory));
+    return std::launder(reinterpret_cast<NtFileOpener*>(&gOpenerMemory));
 }
 
 KK_STATUS OpenDevice(const char16_t* path, bool writable, DevicePtr& device)

@@ -31,13 +31,11 @@ const Kernel32Api& GetKernel32Api()
 
 bool BindKernel32()
 {
-    if (gApi.tried != 0) {
-        return gApi.ok != 0;
-    }
     // Set before the attempt: a library that failed to load is never looked for again.
-    gApi.tried = 1;
-    gApi.ok = BindLibrary(kLibrary, &gApi) == Binding::Complete ? 1 : 0;
-    return gApi.ok != 0;
+    if (gApi.tried.SetFirst() && BindLibrary(kLibrary, &gApi) == Binding::Complete) {
+        gApi.ok.Set();
+    }
+    return gApi.ok.IsSet();
 }
 
 }  // namespace kk

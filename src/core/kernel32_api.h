@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "core/nt_types.h"
+#include "core/shared_flag.h"
 
 namespace kk {
 
@@ -54,15 +55,15 @@ struct Kernel32Api {
     int32_t(KK_CALL* closeHandle)(NtHandle handle);
     uint32_t(KK_CALL* getLogicalDrives)();
     uint32_t(KK_CALL* getSystemDirectoryW)(char16_t* buffer, uint32_t capacity);
-    uint8_t tried;
-    uint8_t ok;
+    SharedFlag tried;
+    SharedFlag ok;
 };
 
 /// The process-wide table; its entries are null until it is bound.
 const Kernel32Api& GetKernel32Api();
 
-/// Binds the table on the first call; later calls repeat the first answer. True when both mount-point calls were found;
-/// the other entries may be null all the same, and users test theirs.
+/// Binds the table on the first call; later calls repeat the first answer, and tell false until there is one. True when
+/// both mount-point calls were found; the other entries may be null all the same, and users test theirs.
 [[nodiscard]] bool BindKernel32();
 
 }  // namespace kk

@@ -1,7 +1,7 @@
 #include "core/library_binding.h"
 
-#include "core/memory.h"
 #include "core/nt.h"
+#include "core/shared_flag.h"
 #include "core/status.h"
 #include "core/text.h"
 
@@ -16,6 +16,11 @@ uint16_t AnsiLength(const char* text)
         ++length;
     }
     return length;
+}
+
+void*& SlotOf(void* table, const EntryPoint& entry)
+{
+    return *reinterpret_cast<void**>(static_cast<uint8_t*>(table) + entry.slot);
 }
 
 }  // namespace
@@ -46,11 +51,17 @@ Binding BindLibrary(const LibraryBinding& library, void* table)
         return Binding::NotLoaded;
     }
     bool complete = true;
+    void* first = nullptr;
     for (const EntryPoint& entry : library.entries) {
         void* const address = SystemProcAddress(module, entry.name);
-        CopyBytes(static_cast<uint8_t*>(table) + entry.slot, static_cast<const void*>(&address), sizeof(address));
+        if (&entry == library.entries.data()) {
+            first = address;
+        } else {
+            SlotOf(table, entry) = address;
+        }
         complete = complete && (address != nullptr || !entry.required);
     }
+    PublishShared(SlotOf(table, library.entries.front()), first);
     return complete ? Binding::Complete : Binding::Incomplete;
 }
 

@@ -32,8 +32,8 @@ enum class Binding {
     Complete,
 };
 
-/// Loads the library and stores the address of every entry point in `table`, null where there is none. The module is
-/// never unloaded.
+/// Loads the library and stores the address of every entry point in `table`, null where there is none. The first one is
+/// stored last, so that a thread that sees it (LoadShared) sees all. The module is never unloaded.
 [[nodiscard]] Binding BindLibrary(const LibraryBinding& library, void* table);
 
 }  // namespace kk

@@ -45,20 +45,18 @@ const VirtdiskImageApi& GetVirtdiskImageApi()
 
 bool BindVirtdiskCreate()
 {
-    if (gCreateApi.tried != 0) {
-        return gCreateApi.createVirtualDisk != nullptr;
+    if (gCreateApi.tried.SetFirst()) {
+        return BindLibrary(kCreateLibrary, &gCreateApi) == Binding::Complete;
     }
-    gCreateApi.tried = 1;
-    return BindLibrary(kCreateLibrary, &gCreateApi) == Binding::Complete;
+    return LoadShared(gCreateApi.createVirtualDisk) != nullptr;
 }
 
 bool BindVirtdiskImage()
 {
-    if (gImageApi.tried == 0) {
-        gImageApi.tried = 1;
-        gImageApi.usable = BindLibrary(kImageLibrary, &gImageApi) == Binding::Complete ? 1 : 0;
+    if (gImageApi.tried.SetFirst() && BindLibrary(kImageLibrary, &gImageApi) == Binding::Complete) {
+        gImageApi.usable.Set();
     }
-    return gImageApi.usable != 0;
+    return gImageApi.usable.IsSet();
 }
 
 }  // namespace kk

@@ -5,6 +5,7 @@
 
 #include "core/guid.h"
 #include "core/nt_types.h"
+#include "core/shared_flag.h"
 
 // The virtual-disk service: records, constants and entry points of the Windows SDK's virtdisk.h, bound at run time.
 
@@ -124,7 +125,7 @@ struct VirtdiskCreateApi {
     AttachVirtualDiskFn attachVirtualDisk;
     DetachVirtualDiskFn detachVirtualDisk;
     GetVirtualDiskPhysicalPathFn getVirtualDiskPhysicalPath;
-    uint8_t tried;
+    SharedFlag tried;
 };
 
 /// What working with existing images needs. The last two are optional: who needs one tests for it.
@@ -135,8 +136,8 @@ struct VirtdiskImageApi {
     GetVirtualDiskPhysicalPathFn getVirtualDiskPhysicalPath;
     GetStorageDependencyInformationFn getStorageDependencyInformation;
     CreateVirtualDiskFn createVirtualDisk;
-    uint8_t tried;
-    uint8_t usable;
+    SharedFlag tried;
+    SharedFlag usable;
 };
 
 /// The process-wide tables; their entries are null until they are bound, and any of them may stay null.

@@ -67,8 +67,8 @@ TEST_F(Kernel32ApiTest, IsEmptyUntilItIsBound)
 {
     Fresh([] {
         EXPECT_EQ(Slots(), std::vector<const void*>(std::size(kNames)));
-        EXPECT_EQ(GetKernel32Api().tried, 0);
-        EXPECT_EQ(GetKernel32Api().ok, 0);
+        EXPECT_FALSE(GetKernel32Api().tried.IsSet());
+        EXPECT_FALSE(GetKernel32Api().ok.IsSet());
     });
 }
 
@@ -79,8 +79,8 @@ TEST_F(Kernel32ApiTest, HoldsEveryEntryPointOnceItIsBound)
         for (size_t i = 0; i < std::size(kNames); ++i) {
             EXPECT_EQ(Slots()[i], &gEntries[i]) << kNames[i];
         }
-        EXPECT_EQ(GetKernel32Api().tried, 1);
-        EXPECT_EQ(GetKernel32Api().ok, 1);
+        EXPECT_TRUE(GetKernel32Api().tried.IsSet());
+        EXPECT_TRUE(GetKernel32Api().ok.IsSet());
     });
 }
 
@@ -164,8 +164,8 @@ TEST_F(Kernel32ApiTest, ALoadThatFailedIsNeverTriedAgain)
         EXPECT_FALSE(BindKernel32());
         EXPECT_EQ(LoadCount(), 1u);
         EXPECT_EQ(LookUpCount(), 0u);
-        EXPECT_EQ(GetKernel32Api().tried, 1);
-        EXPECT_EQ(GetKernel32Api().ok, 0);
+        EXPECT_TRUE(GetKernel32Api().tried.IsSet());
+        EXPECT_FALSE(GetKernel32Api().ok.IsSet());
         EXPECT_EQ(Slots(), std::vector<const void*>(std::size(kNames)));
     });
 }
@@ -176,7 +176,7 @@ TEST_F(Kernel32ApiTest, IsTriedBeforeTheLibraryIsLoaded)
         int loads = 0;
         const Hook<&LdrLoadDll> hook([&](const char16_t*, const uint32_t*, const UnicodeString*, void**) {
             ++loads;
-            EXPECT_EQ(GetKernel32Api().tried, 1);
+            EXPECT_TRUE(GetKernel32Api().tried.IsSet());
             EXPECT_FALSE(BindKernel32());
             return Status(0xC0000135);
         });

@@ -180,7 +180,7 @@ TEST_F(FaultsTest, WhatABodyThrowsIsABreachAndAFailedCall)
 TEST_F(FaultsTest, OtherThreadsTakePartOnceInstalled)
 {
     std::thread thread([&] {
-        machine.InstallThread();
+        const ThreadBlock block = machine.JoinThread();
         EXPECT_EQ(Handle(kDrive).Read(0, 512).status, kSuccess);
     });
     thread.join();
