@@ -1,9 +1,13 @@
 #include "image/virtual_disk_api.h"
 
 #include <optional>
+#include <thread>
+#include <vector>
 
+#include "core/nt.h"
 #include "image/virtual_disk_file.h"
 #include "support/forked_run.h"
+#include "support/hook.h"
 #include "support/machine_test.h"
 #include "support/scripted_virtdisk.h"
 
@@ -91,6 +95,21 @@ TEST_F(VirtualDiskApiTest, LaterCallsNeedCreationAlone)
             EXPECT_EQ(Create(), expected ? 0 : Status(0xC0000225));
         });
     }
+}
+
+TEST_F(VirtualDiskApiTest, AThreadThatComesWhileAnotherBindsGetsNoHalfOfTheTable)
+{
+    std::vector<bool> answers;
+    const Hook<&LdrGetProcedureAddress> lookUp([&](void* module, const kk::AnsiString* name, uint32_t, void** address) {
+        std::thread([&] { answers.push_back(kk::BindVirtdiskCreate()); }).join();
+        *address = machine.modules.FindEntry(module, name->buffer);
+        return Status(0);
+    });
+
+    EXPECT_TRUE(kk::BindVirtdiskCreate());
+
+    EXPECT_EQ(answers, std::vector<bool>(std::size(kEntries), false));
+    EXPECT_TRUE(kk::BindVirtdiskCreate());
 }
 
 TEST_F(VirtualDiskApiTest, EntryPointsThatAreMissingAfterAllAreNotCalled)
