@@ -7,8 +7,8 @@
  *   allocated is ever handed out.
  * - Calls are synchronous, run wholly on the calling thread, and may be made from several threads at once. One caution:
  *   while one thread's call looks for a system library for the first time, another's may get KK_STATUS_NOT_FOUND, or
- *   KkQueryDiskImage report no image; it succeeds when it is made again. Calls that change the same disk must not
- *   overlap, in whatever process.
+ *   KkQueryDiskImage report no image; it succeeds when it is made again. A backup that asks for snapshots may then go
+ *   without (BackupResult::snapshotsUsed). Calls that change the same disk must not overlap, in whatever process.
  * - A negative result is a failure, anything else a success. A status of the system (a failing open, read, write or
  *   control request) is passed on unchanged, so results other than the ones named below occur too.
  * - Paths are absolute Windows paths with backslashes (C:\images\disk.vhdx) or native names (\Device\...).

@@ -59,7 +59,7 @@ TEST_F(ScaleVolumesTest, A127VolumesAreFoundAndThe128thIsNotLookedAt)
     }
     EXPECT_TRUE(TEXT_OF(records[kVolumes], deviceName).empty());
     EXPECT_TRUE(TEXT_OF(records[kVolumes], volumePath).empty());
-    EXPECT_EQ(Opens("HarddiskVolume127"), 2u + 1u) << "in search of the last two partitions, and for its file system";
+    EXPECT_EQ(Opens("HarddiskVolume127"), 2u + 2u) << "in search of the last two partitions; its size; its file system";
     EXPECT_EQ(Opens("HarddiskVolume128"), 0u);
 }
 
