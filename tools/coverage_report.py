@@ -163,7 +163,8 @@ def main():
             exempt[key] -= 1
         else:
             problems.append(f"{key.file}:{line}: {key.function}: never {key.side}: {key.condition}")
-    problems += [f"{exceptions}: reached, or gone: {key}" for key in sorted(exempt.elements())]
+    for key in sorted(exempt.elements()):
+        problems.append(f"{key.file}: {key.function}: excepted, but reached or gone: {key.side} of {key.condition}")
     share = percent(side_count - missed_count, side_count)
     if share < LEAST_PERCENT:
         problems.append(f"fewer than {LEAST_PERCENT} % of the sides of branches are reached")
