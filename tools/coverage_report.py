@@ -79,7 +79,8 @@ def branches_of(exported):
 def plain_names(mangled):
     """{mangled name: name of the function without namespaces and arguments}"""
     order = sorted(set(mangled))
-    found = subprocess.run(["llvm-cxxfilt-19", "-p"], input="\n".join(order), text=True, capture_output=True, check=True)
+    command = ["llvm-cxxfilt-19", "-p"]
+    found = subprocess.run(command, input="\n".join(order), text=True, capture_output=True, check=True)
     plain, arguments = found.stdout.replace("(anonymous namespace)::", "").replace("kk::", ""), 1
     while arguments:
         plain, arguments = re.subn(r"<[^<>\n]*>", "", plain)
