@@ -67,6 +67,7 @@ def tally(results, reasons):
         "survived": outcome["survived"],
         "explained": sum(key_of(result) in reasons for result in survivors),
         "equivalent": outcome["equivalent"],
+        "undecided": outcome["undecided"],
         "does not compile": outcome["does not compile"],
     }
 
@@ -75,6 +76,8 @@ def totals(results, reasons):
     count = tally(results, reasons)
     percent = 100 * count["caught"] / max(1, count["tried"])
     yield f"{len(results)} mutants: {count['does not compile']} do not compile, {count['equivalent']} make the same code."
+    if count["undecided"]:
+        yield f"{count['undecided']} have passed a few tests only, and are left out: go on with the run."
     yield f"Of the other {count['tried']}, {count['caught']} were caught, which is {percent:.1f} percent."
     yield f"Of the {count['survived']} survivors, {count['explained']} are explained."
 

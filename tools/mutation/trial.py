@@ -27,9 +27,10 @@ class Trials:
         self.lock = threading.Lock()
         self.kills = collections.Counter()  # by file and test: who noticed one fault notices the next
 
-    def run(self, mutant):
+    def run(self, mutant, limit=None):
+        """Runs no more tests than `limit`, and then leaves open whether another would notice."""
         with tempfile.TemporaryDirectory(dir=self.work_folder) as name:
-            return Trial(self, mutant, pathlib.Path(name)).run()
+            return Trial(self, mutant, pathlib.Path(name)).run(limit)
 
     def tests_for(self, mutant):
         lines = [(mutant.file, line) for line in range(mutant.line, mutant.last_line + 1)]
@@ -77,13 +78,15 @@ class Trial:
         overlay.write_text(json.dumps({"version": 0, "use-external-names": False, "roots": [entry]}), encoding="utf-8")
         return ["-ivfsoverlay", str(overlay)]
 
-    def run(self):
+    def run(self, limit):
         tests = self.trials.tests_for(self.mutant)
         if not self.compile():
             return {"outcome": "does not compile"}
         if not tests:
             return {"outcome": "equivalent" if self.is_equivalent() else "survived", "tests": 0}
         for number, test in enumerate(tests):
+            if number == limit:
+                return {"outcome": "undecided", "tests": number}
             if number == TESTS_BEFORE_COMPARING and self.is_equivalent():
                 return {"outcome": "equivalent"}
             how = self.try_test(test)
