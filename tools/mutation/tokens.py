@@ -113,11 +113,12 @@ def statements_of(tokens):
     """The expression statements and jumps of all bodies."""
     found, bodies = [], []
     for i, token in enumerate(tokens):
+        of_body = True
         if token.text == "{":
             bodies.append(opens_body(tokens, i, bool(bodies) and bodies[-1]))
         elif token.text == "}" and bodies:
-            bodies.pop()
-        starts = token.text in (";", "{", "}") and bodies and bodies[-1]
+            of_body = bodies.pop()
+        starts = token.text in (";", "{", "}") and of_body and bodies and bodies[-1]
         if starts and not in_parentheses(tokens, i):
             statement = statement_at(tokens, i + 1)
             if statement is not None:
