@@ -27,6 +27,9 @@ class ReachMap:
     def seconds(self, test):
         return self.tests[test.name]["seconds"]
 
+    def line_count(self, test):
+        return sum(int(lines, 16).bit_count() for lines in self.tests[test.name]["lines"].values())
+
     def usable(self, tests):
         return [test for test in tests if self.tests[test.name]["passed"]]
 

@@ -35,8 +35,12 @@ class Trials:
     def tests_for(self, mutant):
         lines = [(mutant.file, line) for line in range(mutant.line, mutant.last_line + 1)]
         found = self.reach.reaching(self.tests, lines) or self.reach.reaching(self.tests, self.uses(mutant))
-        order = {test: (-self.kills[mutant.file, test.name], self.reach.seconds(test)) for test in found}
-        return sorted(found, key=order.get)
+        return sorted(found, key=lambda test: self.rank(mutant, test))
+
+    def rank(self, mutant, test):
+        """Slow tests last. Before them those that noticed a fault of this file, then those that reach little else."""
+        slow = self.reach.seconds(test) > 3
+        return slow, -self.kills[mutant.file, test.name], self.reach.line_count(test), test.name
 
     def uses(self, mutant):
         """Where the constant or the record's field is used, for no test reaches a declaration. Everywhere in the
