@@ -4,10 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -178,24 +176,18 @@ void FormatRegion(Storage& storage, uint32_t sectorSize, uint64_t start, uint64_
 
 void ImportHostFile(Storage& storage, uint64_t offset, const std::string& hostPath)
 {
-    Descriptor file(open(hostPath.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.Get() < 0) {
-        ThrowErrno(hostPath);
-    }
-    std::vector<uint8_t> buffer(kCopyBytes);
-    for (off_t at = 0; (at = lseek(file.Get(), at, SEEK_DATA)) >= 0;) {
-        const off_t end = lseek(file.Get(), at, SEEK_HOLE);
-        while (at < end) {
-            const auto wanted = std::min<uint64_t>(kCopyBytes, static_cast<uint64_t>(end - at));
-            const ssize_t count = pread(file.Get(), buffer.data(), wanted, at);
-            if (count <= 0) {
+    FileStorage file(hostPath, FileStorage::Mode::ReadOnly);
+    std::vector<uint8_t> buffer;
+    for (const Stretch& stretch : file.DataIn(0, file.Size())) {
+        const uint64_t end = stretch.offset + stretch.length;
+        for (uint64_t at = stretch.offset; at < end; at += buffer.size()) {
+            buffer.resize(std::min(kCopyBytes, end - at));
+            if (!file.Read(at, buffer)) {
                 ThrowErrno(hostPath);
             }
-            const auto bytes = std::span(buffer).first(static_cast<size_t>(count));
-            if (!storage.Write(offset + static_cast<uint64_t>(at), bytes)) {
+            if (!storage.Write(offset + at, buffer)) {
                 throw std::runtime_error("the file does not fit at this place of the disk");
             }
-            at += count;
         }
     }
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace machine {
@@ -71,7 +72,7 @@ bool NbdStorage::Read(uint64_t offset, std::span<uint8_t> into)
     }
     for (uint64_t done = 0; done < into.size();) {
         const uint64_t bytes = std::min<uint64_t>(into.size() - done, kPieceBytes);
-        if (!Succeeded(nbd_pread(server_, &into[done], bytes, offset + done, 0))) {
+        if (nbd_pread(server_, &into[done], bytes, offset + done, 0) != 0) {
             return false;
         }
         done += bytes;
@@ -86,7 +87,7 @@ bool NbdStorage::Write(uint64_t offset, std::span<const uint8_t> from)
     }
     for (uint64_t done = 0; done < from.size();) {
         const uint64_t bytes = std::min<uint64_t>(from.size() - done, kPieceBytes);
-        if (!Succeeded(nbd_pwrite(server_, &from[done], bytes, offset + done, 0))) {
+        if (nbd_pwrite(server_, &from[done], bytes, offset + done, 0) != 0) {
             return false;
         }
         done += bytes;
@@ -96,16 +97,7 @@ bool NbdStorage::Write(uint64_t offset, std::span<const uint8_t> from)
 
 bool NbdStorage::Flush()
 {
-    return Succeeded(nbd_flush(server_, 0));
-}
-
-bool NbdStorage::Succeeded(int result)
-{
-    if (result != 0) {
-        const char* const reason = nbd_get_error();
-        lastError_ = reason != nullptr ? reason : "unknown";
-    }
-    return result == 0;
+    return nbd_flush(server_, 0) == 0;
 }
 
 }  // namespace machine

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <span>
-#include <string>
 
 #include "machine/image_format.h"
 #include "machine/storage.h"
@@ -30,15 +29,9 @@ public:
     bool Write(uint64_t offset, std::span<const uint8_t> from) override;
     bool Flush() override;
 
-    /// What the server said of the request that failed last.
-    const std::string& LastError() const { return lastError_; }
-
 private:
-    bool Succeeded(int result);
-
     nbd_handle* server_;
     uint64_t size_ = 0;
-    std::string lastError_;
 };
 
 }  // namespace machine
