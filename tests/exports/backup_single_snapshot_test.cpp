@@ -6,6 +6,10 @@ using BackupSingleSnapshotTest = BackupTest;
 
 TEST_F(BackupSingleSnapshotTest, OneVolumeIsEnoughForASnapshot)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "a snapshot of a single volume is read, and what is written afterwards is not "
+          "in the image");
+
     machine::Disk& disk = AddUsualDisk();
     const std::vector<uint8_t> before = disk.ReadBytes(kNtfsStart, kNtfsLength);
     snapshots.OnSnapshotTaken([&] { FillPattern(disk, kNtfsStart + 8 * kMiB, 4 * kMiB, 99); });

@@ -101,6 +101,10 @@ protected:
 
 TEST_F(ScaleBitmapTest, RunsAcrossEveryBorderOfABitmapOf2To33ClustersAreCopiedWhole)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "of a volume of 2^33 clusters, runs across every border between two bitmap "
+          "answers are copied whole, in the memory of one buffer");
+
     const BorderRuns runs(uint64_t{1} << 33);
     AddVolume(uint64_t{1} << 33);
     const uint64_t marked[] = {0, 1, runs.Count() / 2, runs.Count() - 1};
@@ -131,6 +135,8 @@ TEST_F(ScaleBitmapTest, RunsAcrossEveryBorderOfABitmapOf2To33ClustersAreCopiedWh
 
 TEST_F(ScaleBitmapTest, CallsGrowWithTheClustersAndMemoryStays)
 {
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "calls grow in proportion to the clusters, and memory does not grow");
+
     std::vector<size_t> calls;
     std::vector<uint64_t> peaks;
     for (const unsigned power : {29u, 30u, 31u}) {

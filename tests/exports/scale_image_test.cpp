@@ -43,6 +43,8 @@ protected:
 
 TEST_F(ScaleImageTest, AnImageOf64TiBIsInspectedWithoutReadingItsBlockTable)
 {
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "an image of 64 TiB is inspected in a few reads and little memory");
+
     MakeGiantImage(kGiB);
     ImageInfoRecord info = {};
     ImagePartitionRecord partitions[4] = {};
@@ -63,6 +65,10 @@ TEST_F(ScaleImageTest, AnImageOf64TiBIsInspectedWithoutReadingItsBlockTable)
 
 TEST_F(ScaleImageTest, AFarPartitionIsRestoredToTheEndOfADiskOf64TiB)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "a partition near the end of an image of 64 TiB is restored to the "
+          "end of a disk of 64 TiB");
+
     constexpr uint64_t length = 256 * kMiB;
     const uint64_t start = kGiantDisk - kGiB;
     MakeGiantImage(length);
@@ -77,6 +83,10 @@ TEST_F(ScaleImageTest, AFarPartitionIsRestoredToTheEndOfADiskOf64TiB)
 
 TEST_F(ScaleImageTest, ANewTableOf64TiBIsWrittenAndThePartitionRestoredInPlace)
 {
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
+          "a partition near the end of an image of 64 TiB is restored in "
+          "place, with a new table");
+
     constexpr uint64_t length = 64 * kMiB;
     MakeGiantImage(length);
     AddGiantTarget();
@@ -91,6 +101,10 @@ TEST_F(ScaleImageTest, ANewTableOf64TiBIsWrittenAndThePartitionRestoredInPlace)
 
 TEST_F(ScaleImageTest, ReadsGrowWithTheLengthAndMemoryStays)
 {
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "reads grow in proportion to the partition's length, and memory "
+          "does not grow");
+
     std::vector<size_t> reads;
     std::vector<uint64_t> peaks;
     for (const uint64_t length : {128 * kMiB, 256 * kMiB, 512 * kMiB}) {

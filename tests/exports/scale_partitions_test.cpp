@@ -47,6 +47,9 @@ protected:
 
 TEST_F(ScalePartitionsTest, PartitionsAtTheVeryEndOf64TiBAreListed)
 {
+    SHOWS(KkListDisks, KK_STATUS_SUCCESS, "a disk of 64 TiB with sectors of 4096 bytes is listed");
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "partitions at the end of 64 TiB are listed");
+
     const uint64_t length = kGiantDisk - kLastStart - kMiB;
     AddDisk(kKind, {{kMiB, kFirstLength}, {kLastStart, length}}, kGiantDisk);
 
@@ -65,6 +68,11 @@ TEST_F(ScalePartitionsTest, PartitionsAtTheVeryEndOf64TiBAreListed)
 
 TEST_F(ScalePartitionsTest, TheEndOf64TiBIsCreatedShrunkExtendedAndDeleted)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "a partition at the end of 64 TiB, sectors of 4096 bytes");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a partition at the end of 64 TiB, sectors of 4096 bytes");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a partition at the end of 64 TiB, sectors of 4096 bytes");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "a partition at the end of 64 TiB, sectors of 4096 bytes");
+
     AddDisk(kKind, {{kMiB, kFirstLength}}, kGiantDisk);
     // All the room: the last 34 sectors are the table's, and lengths are whole MiB.
     const uint64_t whole = kGiantDisk - kLastStart - kMiB;
@@ -85,6 +93,10 @@ TEST_F(ScalePartitionsTest, TheEndOf64TiBIsCreatedShrunkExtendedAndDeleted)
 
 TEST_F(ScalePartitionsTest, AnEditOf64TiBMovesNoMoreThanOneOf64MiB)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "an edit of a disk of 64 TiB needs no more transfers and memory than "
+          "one of 64 MiB");
+
     const auto cost = [this](uint64_t size) {
         AddDisk(kKind, {{kMiB, kMiB}}, size);
         machine.heap.ResetCounters();
@@ -100,6 +112,11 @@ TEST_F(ScalePartitionsTest, AnEditOf64TiBMovesNoMoreThanOneOf64MiB)
 
 TEST_F(ScalePartitionsTest, TheLastFreeSlotIsTakenAndThenThereIsNone)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_DISK_FULL,
+          "a table of 128 or 1024 entries is full; until then each slot is "
+          "taken");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "a partition in a full table of 128 or 1024 entries makes room");
+
     for (const uint32_t slots : {128u, 1024u}) {
         SCOPED_TRACE(slots);
         AddNearlyFullDisk(slots);
@@ -119,6 +136,10 @@ TEST_F(ScalePartitionsTest, TheLastFreeSlotIsTakenAndThenThereIsNone)
 
 TEST_F(ScalePartitionsTest, ATableOfEightTimesTheSlotsCostsAtMostEightTimesTheMemoryAndNoMoreTransfers)
 {
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS,
+          "memory grows in proportion to the entries of the table, and transfers "
+          "do not");
+
     const auto cost = [this](uint32_t slots) {
         AddNearlyFullDisk(slots);
         machine.heap.ResetCounters();

@@ -47,6 +47,10 @@ protected:
 
 TEST_F(ScaleVolumesTest, A127VolumesAreFoundAndThe128thIsNotLookedAt)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "127 volumes are found, and a volume with a higher number is not looked "
+          "at");
+
     AddDiskWith(kVolumes + 1);
 
     const std::vector<KkPartitionInfo> records = ListAnew();
@@ -65,6 +69,8 @@ TEST_F(ScaleVolumesTest, A127VolumesAreFoundAndThe128thIsNotLookedAt)
 
 TEST_F(ScaleVolumesTest, APartitionCostsAtMost127SearchedVolumesAndTwoQueries)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "calls grow in proportion to the partitions times the volumes");
+
     for (const uint32_t partitions : {32u, 64u, 128u}) {
         AddDiskWith(partitions);
         ASSERT_EQ(ListAnew().size(), partitions);
@@ -79,6 +85,10 @@ TEST_F(ScaleVolumesTest, APartitionCostsAtMost127SearchedVolumesAndTwoQueries)
 
 TEST_F(ScaleVolumesTest, AMountManagerThatTellsSeveralHundredKiBIsUnderstood)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "letters and paths are found in a mount-manager table of several "
+          "hundred KiB");
+
     constexpr uint32_t kLinks = 2000;
     AddDiskWith(2);
     AddLinks(kLinks);
@@ -99,6 +109,10 @@ TEST_F(ScaleVolumesTest, AMountManagerThatTellsSeveralHundredKiBIsUnderstood)
 
 TEST_F(ScaleVolumesTest, MemoryFollowsTheMountManagersTableAndCallsDoNot)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS,
+          "memory grows in proportion to the mount manager's table, and calls do "
+          "not");
+
     AddDiskWith(1);
     std::vector<size_t> calls;
     std::vector<uint64_t> peaks;

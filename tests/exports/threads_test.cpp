@@ -80,6 +80,26 @@ protected:
 
 TEST_F(ThreadsTest, EachGetsOnDisksOfItsOwnWhatItGetsAlone)
 {
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkCreatePartition, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkFormatPartition, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkBackup, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkQueryDiskImage, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkUnmountImage, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkInspectImage, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkRestoreToVolume, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkCloneVolume, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkMountImageOverlay, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+    SHOWS(KkRecoverShrinkToFit, KK_STATUS_SUCCESS, "threads on disks of their own get what each gets alone");
+
     MakeCourses();
     std::vector<std::string> alone;
     for (uint32_t number = 0; number < kThreads; ++number) {
@@ -137,6 +157,16 @@ const FirstCall kFirstCalls[] = {
 
 TEST_F(ThreadsTest, FirstCallsAtOnceSucceedOrFindNoLibraryAndSucceedWhenMadeAgain)
 {
+    SHOWS(KkSetDriveLetter, KK_STATUS_SUCCESS,
+          "of first calls at the same time at least one succeeds; the others may "
+          "not find the library, and succeed when made again");
+    SHOWS(KkMountImage, KK_STATUS_SUCCESS,
+          "of first calls at the same time at least one succeeds; the others may not "
+          "find the library, and succeed when made again");
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "of first calls at the same time at least one succeeds; the others may not find "
+          "the library, and succeed when made again");
+
     constexpr int kRounds = 4;
     MakeCourses();
     for (const FirstCall& call : kFirstCalls) {
