@@ -23,7 +23,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KestrelkitCoreConfig.cmake
     DESTINATION ${config_folder})
 
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION .)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION docs FILES_MATCHING PATTERN *.md)
+# What concerns those who call the library, in the folder to which the documents' links lead.
+set(documents front-end-guide.md limits.md testing.md)
+list(TRANSFORM documents PREPEND ${PROJECT_SOURCE_DIR}/docs/)
+install(FILES ${documents} DESTINATION docs OPTIONAL)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/kkctl/README.md DESTINATION docs RENAME kkctl.md)
 
 set(CPACK_GENERATOR ZIP)
