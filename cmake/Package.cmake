@@ -26,8 +26,9 @@ install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION .)
 # What concerns those who call the library, in the folder to which the documents' links lead.
 set(documents front-end-guide.md limits.md testing.md)
 list(TRANSFORM documents PREPEND ${PROJECT_SOURCE_DIR}/docs/)
-install(FILES ${documents} DESTINATION docs OPTIONAL)
+install(FILES ${documents} DESTINATION docs)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/kkctl/README.md DESTINATION docs RENAME kkctl.md)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION examples PATTERN __pycache__ EXCLUDE)
 
 set(CPACK_GENERATOR ZIP)
 set(CPACK_PACKAGE_NAME KestrelkitCore)
