@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "machine/kestrelkit_api.h"
 #include "machine/machine.h"
@@ -34,14 +35,17 @@ public:
         api_ = machine::ApiFromDll(*dll_);
     }
 
-    /// The exports, for the thread that calls.
+    /// The exports, for the thread that calls. The one that made the machine belongs to it already.
     const KestrelkitApi& Api() const
     {
-        machine_.InstallThread();
+        if (std::this_thread::get_id() != maker_) {
+            thread_local const machine::ThreadBlock block = machine_.JoinThread();
+        }
         return api_;
     }
 
 private:
+    std::thread::id maker_ = std::this_thread::get_id();
     machine::Machine machine_;
     std::unique_ptr<machine::LoadedDll> dll_;
     KestrelkitApi api_ = {};
