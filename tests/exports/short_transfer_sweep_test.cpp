@@ -40,7 +40,12 @@ private:
 
     void AddPartitions(const DiskKind& kind)
     {
-        AddDisk(kind, {{kMiB, 3 * kMiB}, {4 * kMiB, kMiB}}, kSize);
+        machine::Disk& disk = AddDisk(kind, {{kMiB, 3 * kMiB}, {4 * kMiB, kMiB}}, kSize);
+        if (kind.table == TableKind::Gpt) {
+            // So far behind in the array that a part of it is not enough.
+            disk.Gpt({.partitions = {{.start = kMiB, .length = 3 * kMiB, .slot = 126},
+                                     {.start = 4 * kMiB, .length = kMiB, .slot = 127}}});
+        }
         // Volumes of new disks get higher and higher numbers, and few are looked at.
         machine.SetVolumeNumber(*machine.FindVolume(0, kMiB), 1);
         machine.SetVolumeNumber(*machine.FindVolume(0, 4 * kMiB), 2);
@@ -85,9 +90,14 @@ protected:
 
     uint64_t Sweep(const std::vector<Place>& partitions, const std::function<int32_t()>& restore)
     {
-        return SweepShortTransfers(machine, {.prepare = [&] { AddTarget(kSmallGpt, partitions, kSmallSize); },
-                                             .run = restore,
-                                             .result = [this] { return Target().ReadBytes(0, kSmallSize); }});
+        return SweepShortTransfers(
+            machine,
+            {.prepare =
+                 [&] {
+                     AddTarget(kSmallGpt, partitions, kSmallSize).WriteBytes(kSecond.start, Pattern(kSecond.length, 7));
+                 },
+             .run = restore,
+             .result = [this] { return Target().ReadBytes(0, kSmallSize); }});
     }
 };
 
