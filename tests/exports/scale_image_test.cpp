@@ -53,12 +53,12 @@ TEST_F(ScaleImageTest, AnImageOf64TiBIsInspectedWithoutReadingItsBlockTable)
 
     ASSERT_EQ(api.inspectImage(GiantPath().c_str(), &info, partitions, 4, &count), 0);
 
-    EXPECT_EQ(info.virtualSize, kGiantDisk);
-    EXPECT_EQ(info.logicalSectorSize, kGiantSector);
+    EXPECT_EQ(uint64_t{info.virtualSize}, kGiantDisk);
+    EXPECT_EQ(uint32_t{info.logicalSectorSize}, kGiantSector);
     ASSERT_EQ(count, 2u);
-    EXPECT_EQ(partitions[0].length, kGiantDisk / 2);
-    EXPECT_EQ(partitions[1].offset, kFarStart);
-    EXPECT_EQ(partitions[1].length, kGiB);
+    EXPECT_EQ(uint64_t{partitions[0].length}, kGiantDisk / 2);
+    EXPECT_EQ(uint64_t{partitions[1].offset}, kFarStart);
+    EXPECT_EQ(uint64_t{partitions[1].length}, kGiB);
     EXPECT_LT(machine.journal.Count({.kind = CallKind::ReadFile}), 32u);
     EXPECT_LE(machine.heap.PeakBytes(), kListsBytes);
 }

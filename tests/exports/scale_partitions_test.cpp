@@ -57,13 +57,13 @@ TEST_F(ScalePartitionsTest, PartitionsAtTheVeryEndOf64TiBAreListed)
     KkPartitionInfo partitions[4] = {};
     uint32_t count = 0;
     ASSERT_EQ(api.listDisks(&disk, 1, &count), 0);
-    EXPECT_EQ(disk.size, kGiantDisk);
-    EXPECT_EQ(disk.sectorSize, kGiantSector);
+    EXPECT_EQ(uint64_t{disk.size}, kGiantDisk);
+    EXPECT_EQ(uint32_t{disk.sectorSize}, kGiantSector);
     ASSERT_EQ(api.listPartitions(0, partitions, 4, &count), 0);
     ASSERT_EQ(count, 2u);
-    EXPECT_EQ(partitions[0].length, kFirstLength);
-    EXPECT_EQ(partitions[1].startOffset, kLastStart);
-    EXPECT_EQ(partitions[1].length, length);
+    EXPECT_EQ(uint64_t{partitions[0].length}, kFirstLength);
+    EXPECT_EQ(uint64_t{partitions[1].startOffset}, kLastStart);
+    EXPECT_EQ(uint64_t{partitions[1].length}, length);
 }
 
 TEST_F(ScalePartitionsTest, TheEndOf64TiBIsCreatedShrunkExtendedAndDeleted)
