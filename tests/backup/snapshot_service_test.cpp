@@ -205,6 +205,15 @@ TEST_F(SnapshotServiceTest, AMissingLibraryIsMissingForGood)
     }
 }
 
+TEST_F(SnapshotServiceTest, WithoutComTheServiceIsNotLoaded)
+{
+    machine.modules.Remove(u"ole32.dll");
+
+    EXPECT_FALSE(kk::SnapshotServiceAvailable());
+    EXPECT_EQ(machine.journal.Count({.object = "ole32.dll"}), 1u);
+    EXPECT_EQ(machine.journal.Count({.object = "vssapi.dll"}), 0u);
+}
+
 TEST_F(SnapshotServiceTest, EveryEntryPointButSecurityIsRequired)
 {
     struct Entry {

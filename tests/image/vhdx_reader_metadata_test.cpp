@@ -58,6 +58,13 @@ TEST_F(VhdxReaderMetadataTest, ARegionBeyondTheFileEndsTooEarly)
     EXPECT_EQ(Open(DiskWithMetadata(0xFFFFFFFF)), kEndOfFile);
 }
 
+TEST_F(VhdxReaderMetadataTest, AnEmptyRegionIsMalformedWhereverItLies)
+{
+    VhdxBuilder builder = Disk();
+    EXPECT_EQ(Open(builder.Regions({{vhdx::kMetadataRegion, 40 * kGiB, 0}, builder.UsualRegions()[1]})), kMalformed);
+    EXPECT_EQ(Open(builder.Regions({{vhdx::kMetadataRegion, 40 * kGiB, 1}, builder.UsualRegions()[1]})), kEndOfFile);
+}
+
 TEST_F(VhdxReaderMetadataTest, ARegionThatClaimsMoreThanTheFileTakesNoMemory)
 {
     DiskWithMetadata(0xFFFFFFFF).Save(file);
