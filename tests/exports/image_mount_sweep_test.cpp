@@ -92,7 +92,6 @@ TEST_F(ImageMountSweepTest, Mounting)
 TEST_F(ImageMountSweepTest, Unmounting)
 {
     SHOWS(KkUnmountImage, KK_STATUS_SUCCESS, "what is not needed may fail");
-    SHOWS(KkUnmountImage, KK_STATUS_NOT_FOUND, "the library or an entry point that is needed cannot be had");
     SHOWS(KkUnmountImage, KK_E_FILE_NOT_FOUND, "the open fails; the disk stays");
     SHOWS(KkUnmountImage, 0x8007001F, "the detachment fails; the disk stays");
 
@@ -152,8 +151,6 @@ TEST_F(ImageMountSweepTest, Querying)
 TEST_F(ImageMountSweepTest, Discarding)
 {
     SHOWS(KkDiscardOverlay, KK_STATUS_SUCCESS, "a file that cannot be deleted does not matter");
-    SHOWS(KkDiscardOverlay, KK_STATUS_NOT_FOUND,
-          "the library or an entry point that is needed cannot be had; the file is deleted");
     SHOWS(KkDiscardOverlay, KK_E_FILE_NOT_FOUND, "the open fails; the file is deleted if the system allows it");
     SHOWS(KkDiscardOverlay, 0x8007001F, "the detachment fails");
 
