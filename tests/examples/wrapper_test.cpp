@@ -2,8 +2,12 @@
 
 #include <cstring>
 
-#include "exports/support/export_test.h"
+#include "machine/memory_virtual_disks.h"
+#include "machine/pe_loader.h"
 #include "machine/table_builder.h"
+#include "machine/virtual_disk_service.h"
+#include "support/machine_test.h"
+#include "support/shell.h"
 #include "support/vhdx_builder.h"
 
 namespace {
@@ -19,8 +23,10 @@ constexpr uint64_t kMiB = 1 << 20;
 
 // The wrapper over the library itself, on a machine.
 
-class WrapperTest : public ExportTest {
+class WrapperTest : public MachineTest {
 protected:
+    std::shared_ptr<machine::MemoryVirtualDisks> images = std::make_shared<machine::MemoryVirtualDisks>();
+    machine::VirtualDiskService& virtualDisks = machine::InstallVirtualDiskService(machine, images);
     Library kit = Library(Exports::Linked());
 };
 
