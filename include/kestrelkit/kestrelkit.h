@@ -700,8 +700,7 @@ KK_API KK_STATUS KK_CALL KkMountImageOverlay(const KkWideChar* parentImagePath, 
  *
  * @param overlayPath  the overlay's file, an absolute Windows path (C:\...) without a prefix: with one, the file is not
  *                     found and stays
- * @return what KkUnmountImage returns for the file, which says nothing about the deletion. Only with a null path is
- * none
+ * @return what KkUnmountImage returns for the file, which says nothing about the deletion. With a null path none is
  *         tried; that is KK_STATUS_INVALID_PARAMETER, or KK_STATUS_NOT_FOUND without a virtual-disk service
  */
 KK_API KK_STATUS KK_CALL KkDiscardOverlay(const KkWideChar* overlayPath);
