@@ -12,9 +12,9 @@ from mutation.sample import all_mutants, sample
 from mutation.tree import Tree
 from mutation.trial import Trials
 
-ABOUT = """Plants faults in src/, one at a time, compiles each aside from the tree, and runs the tests that reach it until
-one fails. It needs the test programs of the preset `host`. Results are kept in build/mutation, so a run that was stopped
-goes on where it was. Exits with 1 when a survivor is not explained in docs/mutation-survivors.md."""
+ABOUT = """Plants faults in src/, one at a time, compiles each aside from the tree, and runs the tests that reach it
+until one fails. It needs the test programs of the preset `host`. Results are kept in build/mutation, so a run that was
+stopped goes on where it was. Exits with 1 when a survivor is not explained in docs/mutation-survivors.md."""
 
 # Nearly every fault that is noticed at all is noticed by one of so many tests. Whatever is left then comes last.
 FIRST_LOOK = 30

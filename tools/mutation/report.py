@@ -75,7 +75,8 @@ def tally(results, reasons):
 def totals(results, reasons):
     count = tally(results, reasons)
     percent = 100 * count["caught"] / max(1, count["tried"])
-    yield f"{len(results)} mutants: {count['does not compile']} do not compile, {count['equivalent']} make the same code."
+    same = count["equivalent"]
+    yield f"{len(results)} mutants: {count['does not compile']} do not compile, {same} make the same code."
     if count["undecided"]:
         yield f"{count['undecided']} have passed a few tests only, and are left out: go on with the run."
     yield f"Of the other {count['tried']}, {count['caught']} were caught, which is {percent:.1f} percent."

@@ -1,4 +1,4 @@
-"""What the host build knows: how each source is compiled, how each test program is linked, and which tests there are."""
+"""What the host build knows: how each source is compiled, how each program is linked, and which tests there are."""
 
 import dataclasses
 import json
