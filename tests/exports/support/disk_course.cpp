@@ -1,8 +1,8 @@
 #include "exports/support/disk_course.h"
 
-#include <cstring>
 #include <sstream>
 
+#include "exports/support/list_partitions_test.h"
 #include "machine/text.h"
 #include "support/pattern.h"
 #include "support/vhdx_builder.h"
@@ -178,11 +178,9 @@ void DiskCourse::List(uint32_t disk)
     uint32_t count = 0;
     Say("list", api_.listPartitions(disk, records, 8, &count), std::to_string(count));
     for (uint32_t i = 0; i < count && i < 8; ++i) {
-        std::u16string fileSystem(std::size(records[i].fileSystemName), u'\0');
-        std::memcpy(fileSystem.data(), records[i].fileSystemName, sizeof(records[i].fileSystemName));
         std::ostringstream line;
         line << "  " << records[i].number << ' ' << records[i].startOffset << ' ' << records[i].length << ' '
-             << records[i].fileSystemSize << ' ' << machine::Utf8(fileSystem.c_str());
+             << records[i].fileSystemSize << ' ' << machine::Utf8(TEXT_OF(records[i], fileSystemName));
         words_.push_back(line.str());
     }
 }
@@ -195,9 +193,7 @@ std::u16string DiskCourse::DeviceAt(uint64_t start) const
     (void)api_.listPartitions(work_, records, 8, &count);
     for (const KkPartitionInfo& record : records) {
         if (record.startOffset == start) {
-            std::u16string name(std::size(record.deviceName), u'\0');
-            std::memcpy(name.data(), record.deviceName, sizeof(record.deviceName));
-            return name.c_str();
+            return TEXT_OF(record, deviceName);
         }
     }
     return {};
