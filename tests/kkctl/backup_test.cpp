@@ -36,8 +36,7 @@ protected:
     ~BackupTest() override { std::filesystem::remove(image); }
 
     /// A path where no file is.
-    std::string image = testing::TempDir() + "kkctl_backup_test_" +
-                        testing::UnitTest::GetInstance()->current_test_info()->name() + ".vhdx";
+    std::string image = PathOfThisTest(".vhdx");
 };
 
 TEST_F(BackupTest, WithoutOptionsTheWholeDiskIsBackedUpAlone)

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include <unistd.h>
+
 #include "text.h"
 
 namespace {
@@ -255,6 +257,12 @@ public:
 void SetText(void* field, std::u16string_view text)
 {
     std::memcpy(field, text.data(), text.size() * sizeof(char16_t));
+}
+
+std::string PathOfThisTest(const std::string& ending)
+{
+    const char* const name = testing::UnitTest::GetInstance()->current_test_info()->name();
+    return testing::TempDir() + "kkctl_" + std::to_string(getpid()) + "_" + name + ending;
 }
 
 KkPartitionInfo PartitionAt(uint64_t start, uint64_t length)

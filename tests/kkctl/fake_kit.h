@@ -56,6 +56,9 @@ struct FakeLibrary {
 /// Copies text into a field of a packed record, which may lie at an odd address, without a terminator.
 void SetText(void* field, std::u16string_view text);
 
+/// A path in the folder for temporary files, where no other run of these tests puts anything.
+std::string PathOfThisTest(const std::string& ending);
+
 /// A partition without anything but a place.
 KkPartitionInfo PartitionAt(uint64_t start, uint64_t length);
 

@@ -23,8 +23,7 @@ protected:
     std::string Json() const { return nlohmann::ordered_json::parse(out).dump(); }
 
     /// A path where no file is.
-    std::string file = testing::TempDir() + "kkctl_image_test_" +
-                       testing::UnitTest::GetInstance()->current_test_info()->name() + ".avhdx";
+    std::string file = PathOfThisTest(".avhdx");
 };
 
 class InspectTest : public ImageCommandsTest {

@@ -16,6 +16,8 @@ namespace kkctl {
 namespace {
 
 constexpr size_t kMaxImageUnits = 580;  // the library would cut a longer path
+/// The overlay's file existed; the library has deleted it by then.
+constexpr auto kOverlayExisted = static_cast<KK_STATUS>(0x80070050);
 
 struct Arguments {
     ImageSource source;
@@ -39,7 +41,7 @@ int RunRecover(Context& context, const Arguments& arguments)
     if (status < 0) {
         const int exitCode =
             context.Fail("recovering " + NameOf(arguments.source) + " into " + NameOf(arguments.target), status);
-        if (hadLeftover) {
+        if (hadLeftover && status == kOverlayExisted) {
             context.Err() << "kkctl: an overlay that an earlier run had left was in the way; try again\n";
         }
         return exitCode;
