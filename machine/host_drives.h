@@ -36,7 +36,6 @@ public:
 
     /// Null when an earlier open does not share what is asked for, or the other way round.
     std::unique_ptr<Hold> TryHold(const std::string& hostPath, uint32_t access, uint32_t share);
-    bool IsOpen(const std::string& hostPath) const { return holds_.contains(hostPath); }
     bool IsDeletePending(const std::string& hostPath) const;
 
 private:

@@ -17,7 +17,6 @@ public:
 
     /// Long runs may do without records; calls are numbered all the same.
     void SetRecording(bool recording) { recording_ = recording; }
-    bool IsRecording() const { return recording_; }
 
     size_t Count(const CallPattern& pattern) const;
     std::vector<CallRecord> FindAll(const CallPattern& pattern) const;

@@ -26,12 +26,6 @@ private:
     std::shared_ptr<Storage> bytes_;
 };
 
-bool IsOnHost(const std::filesystem::path& file)
-{
-    std::error_code ignored;
-    return std::filesystem::exists(file, ignored);
-}
-
 }  // namespace
 
 uint32_t MemoryVirtualDisks::Create(const NewImage& image)

@@ -31,7 +31,6 @@ public:
 
     /// A further link of a device, such as one that is no drive letter.
     void AddMountPoint(std::u16string link, std::u16string device);
-    void ClearMountPoints() { added_.clear(); }
 
     /// Replaces the answer to the query; nullopt means the true one.
     void SetRawAnswer(RawAnswer answer) { rawAnswer_ = std::move(answer); }

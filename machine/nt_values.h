@@ -32,7 +32,6 @@ inline constexpr Status kNonexistentSector = AsStatus(0xC0000015);
 inline constexpr Status kAlreadyCommitted = AsStatus(0xC0000021);
 inline constexpr Status kAccessDenied = AsStatus(0xC0000022);
 inline constexpr Status kBufferTooSmall = AsStatus(0xC0000023);
-inline constexpr Status kObjectTypeMismatch = AsStatus(0xC0000024);
 inline constexpr Status kNotLocked = AsStatus(0xC000002A);
 inline constexpr Status kDiskCorruptError = AsStatus(0xC0000032);
 inline constexpr Status kObjectNameInvalid = AsStatus(0xC0000033);

@@ -29,6 +29,13 @@ inline constexpr uint32_t kErrorVirtualDiskFormatUnknown = 0xC03A0004;
 inline constexpr uint32_t kErrorVirtualDiskProviderNotFound = 0xC03A0014;
 inline constexpr uint32_t kErrorNotVirtualDisk = 0xC03A0015;
 
+/// A file that cannot be looked at counts as missing.
+inline bool IsOnHost(const std::filesystem::path& file)
+{
+    std::error_code ignored;
+    return std::filesystem::exists(file, ignored);
+}
+
 /// An image to be made. All fields have passed the service's checks.
 struct NewImage {
     std::filesystem::path file;

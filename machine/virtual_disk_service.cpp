@@ -35,12 +35,6 @@ bool HasKnownExtension(const std::filesystem::path& file)
                        [&](std::u16string_view known) { return EqualsIgnoreCase(known, extension); });
 }
 
-bool IsOnHost(const std::filesystem::path& file)
-{
-    std::error_code ignored;
-    return std::filesystem::exists(file, ignored);
-}
-
 }  // namespace
 
 VirtualDiskService::VirtualDiskService(Machine& machine, std::shared_ptr<VirtualDiskBackEnd> backEnd)
@@ -144,12 +138,6 @@ std::string VirtualDiskService::NameOf(kk::NtHandle handle) const
 {
     const auto opened = machine_.handles.FindService<OpenedHandle>(handle, kHandleKind);
     return opened != nullptr ? opened->image->file.string() : std::string();
-}
-
-void VirtualDiskService::SetPhysicalPathText(std::u16string text, bool terminated)
-{
-    behaviour.physicalPath = std::move(text);
-    behaviour.terminatesPath = terminated;
 }
 
 /// Finds the host's name for a file in a folder that exists.

@@ -78,8 +78,6 @@ public:
     /// The images that disks show, so that a test can see that none is left behind.
     std::vector<std::filesystem::path> AttachedImages() const;
 
-    /// What GetVirtualDiskPhysicalPath tells from now on; unterminated text leaves the rest of the buffer alone.
-    void SetPhysicalPathText(std::u16string text, bool terminated = true);
     VirtualDiskBehaviour behaviour;
 
 private:

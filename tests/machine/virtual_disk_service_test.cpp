@@ -165,7 +165,8 @@ TEST_F(MemoryDiskTest, TheToldPathCanBeAnything)
     ASSERT_EQ(Attach(), 0u);
     std::u16string text(64, u'#');
     uint32_t size = 128;
-    service_.SetPhysicalPathText(u"no digits", false);
+    service_.behaviour.physicalPath = u"no digits";
+    service_.behaviour.terminatesPath = false;
 
     EXPECT_EQ(PhysicalPath(size, text.data()), 0u);
 
