@@ -19,8 +19,8 @@ std::string ComplaintOfFdisk(const std::string& file, uint32_t sectorSize)
 
 std::string ComplaintOfParted(const std::string& file, const std::string& label)
 {
-    return Complaint({"parted", "-s", "-m", file, "unit", "s", "print"}, ":512:512:" + label + ":",
-                     {"Error", "Warning"});
+    return Complaint({"env", "LC_ALL=C.UTF-8", "parted", "-s", "-m", file, "unit", "s", "print"},
+                     ":512:512:" + label + ":", {"Error", "Warning"});
 }
 
 }  // namespace
