@@ -33,6 +33,18 @@ TEST_F(DescribedVolumeTest, LeavesEveryByteWithoutContentAsTheCallerHadIt)
     EXPECT_EQ(uint64_t{partitions[0].fileSystemSize}, 0u);
 }
 
+TEST_F(DescribedVolumeTest, AsksNothingMoreAboutAPartitionWithoutAVolume)
+{
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "about a partition without a volume nothing more is asked");
+
+    machine.AddDisk(64 * kMiB).Gpt({.partitions = {{.start = kMiB, .length = 8 * kMiB}}});
+    machine.HideVolume(*machine.FindVolume(0, kMiB));
+
+    EXPECT_EQ(List(0).size(), 1u);
+
+    EXPECT_EQ(machine.journal.Count({.object = "MountPointManager"}), 0u);
+}
+
 TEST_F(DescribedVolumeTest, WritesTheDeviceNameWithoutATerminator)
 {
     SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "the device name is written without a terminator");
