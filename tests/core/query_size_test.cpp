@@ -48,6 +48,13 @@ TEST_F(QuerySizeTest, AFilesSizeIsItsEnd)
     EXPECT_EQ(machine.journal.First(informationCalls_)->length, 24u);
 }
 
+TEST_F(QuerySizeTest, AFileOfOneByteHasItsSize)
+{
+    AnswerEndOfFile(1);
+
+    EXPECT_EQ(Size(), 1u);
+}
+
 TEST_F(QuerySizeTest, AFileOfTheHostHasItsSize)
 {
     const TemporaryFolder folder;
