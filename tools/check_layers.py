@@ -45,10 +45,13 @@ def check_file(path, root):
 
 
 def circles(root):
-    graph = {
-        path.relative_to(root).as_posix(): [target for kind, target in includes_of(path) if kind == '"']
-        for path in root.rglob("*.h")
-    }
+    """A header and its source count as one: what either includes, both stand on."""
+    graph = {}
+    for path in root.rglob("*"):
+        if path.suffix in (".h", ".cpp"):
+            name = path.relative_to(root).with_suffix("").as_posix()
+            targets = {target.removesuffix(".h") for kind, target in includes_of(path) if kind == '"'}
+            graph.setdefault(name, set()).update(targets - {name})
     finished, under_way = set(), []
 
     def walk(name):
@@ -58,7 +61,7 @@ def circles(root):
         if name in finished or name not in graph:
             return
         under_way.append(name)
-        for target in graph[name]:
+        for target in sorted(graph[name]):
             yield from walk(target)
         under_way.pop()
         finished.add(name)

@@ -5,10 +5,11 @@
  * - Offsets and lengths are bytes. Text is UTF-16 and NUL-terminated unless a field says otherwise.
  * - Records are packed and little-endian; the caller supplies them and owns them. Nothing that the library
  *   allocated is ever handed out.
- * - Calls are synchronous, run wholly on the calling thread, and may be made from several threads at once. One caution:
- *   while one thread's call looks for a system library for the first time, another's may get KK_STATUS_NOT_FOUND, or
- *   KkQueryDiskImage report no image; it succeeds when it is made again. A backup that asks for snapshots may then go
- *   without (BackupResult::snapshotsUsed). Calls that change the same disk must not overlap, in whatever process.
+ * - Calls are synchronous, run wholly on the calling thread, and may be made from several threads at once. Calls that
+ *   change the same disk must not overlap, in whatever process. One caution: while one thread's call looks for a system
+ *   library for the first time, all others find it missing. Until that is over they may get KK_STATUS_NOT_FOUND,
+ *   KkQueryDiskImage report no image, KkBackup go without its snapshots (BackupResult::snapshotsUsed) and
+ *   KkShrinkPartition leave a volume without its letter.
  * - A negative result is a failure, anything else a success. A status of the system (a failing open, read, write or
  *   control request) is passed on unchanged, so results other than the ones named below occur too.
  * - Paths are absolute Windows paths with backslashes (C:\images\disk.vhdx) or native names (\Device\...).
@@ -327,8 +328,8 @@ KK_API KK_STATUS KK_CALL KkDeletePartition(uint32_t diskNumber, uint64_t startOf
  * - KK_STATUS_SUCCESS
  * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
  * - KK_STATUS_INVALID_PARAMETER: no partition starts there, or the size is not above its present one, or for 0 there is
- *   nothing to add; also when the driver refuses
- * - KK_STATUS_BUFFER_TOO_SMALL: there is not that much room
+ *   nothing to add, also because the disk does not tell its size; also when the driver refuses
+ * - KK_STATUS_BUFFER_TOO_SMALL: there is not that much room, or the disk does not tell its size
  * - KK_STATUS_NO_MEMORY, or the system's status from opening the disk or growing the partition
  */
 KK_API KK_STATUS KK_CALL KkExtendPartition(uint32_t diskNumber, uint64_t startOffset, uint64_t newSize);
@@ -435,7 +436,8 @@ KK_API KK_STATUS KK_CALL KkReboot(void);
  * - KK_STATUS_INVALID_PARAMETER: `imagePath` is null, or `partitionNumbers` is null with a count above 0; also when a
  *   partition lies where no disk can reach, or the virtual-disk service gave no handle
  * - KK_STATUS_NOT_SUPPORTED: the disk has neither an MBR nor a GPT
- * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service
+ * - KK_STATUS_NOT_FOUND: the system has no virtual-disk service, or one that lacks a call; with the latter a second
+ *   backup of a process leaves an empty image behind
  * - KK_STATUS_NO_MEMORY
  * - KK_STATUS_UNSUCCESSFUL: the image could not be created (the file exists, its disk would be smaller than 3 MiB,
  *   ...), attached or detached, there was no memory for its partition table, or a write made no progress; when only
@@ -561,7 +563,8 @@ KK_API KK_STATUS KK_CALL KkQueryDiskImage(uint32_t diskNumber, uint32_t* isImage
  * @param writePartitionTable  non-zero: write a new GPT; 0: leave the disk's table as it is
  * @return
  * - KK_STATUS_SUCCESS
- * - KK_STATUS_INVALID_PARAMETER: a path is null, the image has no partitions, or none was chosen
+ * - KK_STATUS_INVALID_PARAMETER: a path is null, the image has no partitions, or none was chosen; also when a table was
+ *   to be written, the disk does not tell its size and the image's disk has no room for a second table
  * - KK_STATUS_BUFFER_TOO_SMALL: a chosen partition reaches into the last 34 sectors of the disk, or beyond. When the
  *   disk does not tell its size this is not tested, and a new table is made for a disk of the image's size
  * - KK_STATUS_REGISTRY_CORRUPT: the image is damaged or has no GPT
@@ -712,7 +715,8 @@ KK_API KK_STATUS KK_CALL KkDiscardOverlay(const KkWideChar* overlayPath);
  *
  * The overlay is a file beside the image, `imagePath` with ".rec.avhdx" appended (`imagePath` is cut to 580 units). It
  * is detached and deleted at the end, after a failure too; whether that worked is not reported. One that an earlier run
- * left makes the call fail with 0x80070050, once image and target have been found, and is deleted by that.
+ * left makes the call fail with 0x80070050, once image and target have been found, and is deleted by that. So two
+ * recoveries from one image must not overlap: the second would detach the overlay of the first.
  *
  * A target up to 128 MiB is aimed at exactly, a larger one less 64 MiB. Sizes are rounded up to whole MiB on the way,
  * so a target up to 128 MiB should be a multiple of 1 MiB. Searched are the first 64 partitions of image and disk.

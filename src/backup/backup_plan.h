@@ -4,6 +4,7 @@
 
 #include "core/array.h"
 #include "disk/disk_layout.h"
+#include "disk/mount_points.h"
 
 namespace kk {
 
@@ -21,8 +22,6 @@ struct BackupRequest {
     uint32_t setDiskCount;
     uint32_t compact;  // as the caller gave it; non-zero is true
 };
-
-inline constexpr size_t kVolumeNameUnits = 128;
 
 /// A partition that goes into the image.
 struct BackupPlanEntry {

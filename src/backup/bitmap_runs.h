@@ -2,7 +2,8 @@
 
 #include <cstdint>
 
-#include "backup/used_extents.h"
+#include "backup/volume_extent.h"
+#include "core/array.h"
 
 namespace kk {
 

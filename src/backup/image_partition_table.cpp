@@ -114,6 +114,7 @@ KK_STATUS WriteImageGpt(DeviceFile& target, uint32_t sectorSize, uint64_t totalS
 {
     sectorSize = SectorSizeOrDefault(sectorSize);
     GptPlaces places = {};
+    // On a disk too small for a GPT these pass below zero, on purpose: the write of the second array then fails.
     places.lastLba = totalSectors - 1;
     places.entryArraySectors = GptEntryArraySectors(sectorSize);
     places.backupEntriesLba = places.lastLba - places.entryArraySectors;

@@ -17,6 +17,9 @@ constexpr EntryPoint kSnapshotEntries[] = {
     {"VssFreeSnapshotProperties", offsetof(SnapshotApi, vssFreeSnapshotProperties), true},
 };
 
+static_assert(sizeof(kComEntries) / sizeof(kComEntries[0]) + sizeof(kSnapshotEntries) / sizeof(kSnapshotEntries[0]) ==
+              offsetof(SnapshotApi, tried) / sizeof(void*));
+
 constexpr LibraryBinding kComLibrary = {u"ole32.dll", kComEntries};
 constexpr LibraryBinding kSnapshotLibrary = {u"vssapi.dll", kSnapshotEntries};
 

@@ -104,11 +104,11 @@ KK_STATUS AddVolumes(SnapshotSet& set, const char16_t* const* volumeNames, uint3
     KK_TRY(methods.startSnapshotSet(set.components, &setId));
     for (uint32_t i = 0; i < count; ++i) {
         SnapshotTableEntry& entry = set.table[i];
-        char16_t name[kSnapshotVolumeUnits];
-        CopyText(name, kSnapshotVolumeUnits, volumeNames[i]);
+        char16_t name[kVolumeNameUnits];
+        CopyText(name, kVolumeNameUnits, volumeNames[i]);
         constexpr Guid systemChoosesProvider = {};
         KK_TRY(methods.addToSnapshotSet(set.components, name, systemChoosesProvider, &snapshotIds[i]));
-        CopyText(entry.volumeName, kSnapshotVolumeUnits, name);
+        CopyText(entry.volumeName, kVolumeNameUnits, name);
         entry.snapshotDevice[0] = 0;
     }
     set.count = count;

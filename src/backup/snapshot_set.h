@@ -4,18 +4,18 @@
 #include <cstdint>
 
 #include "backup/vss_interfaces.h"
+#include "disk/mount_points.h"
 
 namespace kk {
 
 /// Volumes that one set takes; further ones are read live.
 inline constexpr uint32_t kMaxSnapshots = 16;
 
-inline constexpr size_t kSnapshotVolumeUnits = 128;
 inline constexpr size_t kSnapshotDeviceUnits = 300;
 
 /// A volume of the set and the device that shows its snapshot.
 struct SnapshotTableEntry {
-    char16_t volumeName[kSnapshotVolumeUnits];
+    char16_t volumeName[kVolumeNameUnits];
     char16_t snapshotDevice[kSnapshotDeviceUnits];  // empty: the volume has no snapshot
 };
 static_assert(sizeof(SnapshotTableEntry) == 856);

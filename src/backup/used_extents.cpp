@@ -11,6 +11,7 @@ namespace kk {
 
 namespace {
 
+// One request for each 2^23 clusters, which are 32 GiB when they have the usual size.
 constexpr uint32_t kBitmapBytes = 1048584;
 constexpr uint32_t kAnswerBytes = sizeof(VolumeBitmapHeader) + kBitmapBytes;
 constexpr uint64_t kBitsInAnswer = uint64_t{kBitmapBytes} * 8;

@@ -2,16 +2,11 @@
 
 #include <cstdint>
 
+#include "backup/volume_extent.h"
 #include "core/array.h"
 #include "kestrelkit/kestrelkit.h"
 
 namespace kk {
-
-/// A run of clusters in use, in bytes from the volume's start.
-struct VolumeExtent {
-    uint64_t offset;
-    uint64_t length;
-};
 
 /// Lists the runs of clusters that the file system of a volume has in use, in rising order, none touching another.
 /// `path` may be a live volume or a snapshot. KK_STATUS_INVALID_PARAMETER when `clusterSize` is 0, the status of the

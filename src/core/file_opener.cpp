@@ -21,7 +21,7 @@ constinit uintptr_t gOpenerMemory = 0;
 constinit SharedFlag gOpenerCreated;
 static_assert(sizeof(NtFileOpener) == sizeof(gOpenerMemory) && alignof(NtFileOpener) == alignof(uintptr_t));
 
-/// All that is in an opener is the way to its methods, one word. Two threads that both make one come to the same word,
+/// All that is in an opener is the pointer to its methods, one word. Two threads that both make one come to the same word,
 /// and only one of them writes it, so that none writes what others read already.
 void MakeOpener()
 {

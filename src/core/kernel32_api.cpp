@@ -31,7 +31,7 @@ const Kernel32Api& GetKernel32Api()
 
 bool BindKernel32()
 {
-    // Set before the attempt: a library that failed to load is never looked for again.
+    // Set before the attempt, so that whoever comes while the library loads, this thread included, does not begin anew.
     if (gApi.tried.SetFirst() && BindLibrary(kLibrary, &gApi) == Binding::Complete) {
         gApi.ok.Set();
     }

@@ -61,6 +61,7 @@ Binding BindLibrary(const LibraryBinding& library, void* table)
         }
         complete = complete && (address != nullptr || !entry.required);
     }
+    // Last: the table for creating images has no flag but this entry.
     PublishShared(SlotOf(table, library.entries.front()), first);
     return complete ? Binding::Complete : Binding::Incomplete;
 }

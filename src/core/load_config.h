@@ -7,7 +7,7 @@
 
 namespace kk {
 
-/// As far as the fields that control-flow guard needs; the loader goes by `size`. Fields that the linker fills with
+/// IMAGE_LOAD_CONFIG_DIRECTORY64, as far as the fields that control-flow guard needs; the loader goes by `size`. Fields that the linker fills with
 /// numbers are pointers here, because a constant expression can take them from symbols in no other way.
 struct LoadConfig {
     uint32_t size;

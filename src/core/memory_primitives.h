@@ -25,7 +25,8 @@ inline void CopyBackward(void* to, const void* from, size_t count)
     }
 }
 
-/// Copies between ranges that may overlap.
+/// Copies between ranges that may overlap. Whether they do is not asked: nothing here moves much, and the slow way up is
+/// right for both.
 inline void Move(void* to, const void* from, size_t count)
 {
     if (reinterpret_cast<uintptr_t>(to) >= reinterpret_cast<uintptr_t>(from)) {

@@ -39,7 +39,8 @@ inline constexpr OpenMode kOpenToQuery = {kFileGenericRead, kFileShareRead | kFi
 /// Opens or creates what `path` names (see ToNtPath). On success the caller owns `handle`.
 [[nodiscard]] KK_STATUS OpenNativeFile(const char16_t* path, const OpenMode& mode, NtHandle& handle);
 
-/// Creates or replaces the file `path` with `length` bytes, in one write without a retry: a short write is a success.
+/// Creates or replaces the file `path` with `length` bytes, in one write without a retry. A short write is a
+/// success, on purpose: what is written here is a convenience, and nobody would read it on.
 [[nodiscard]] KK_STATUS WriteNewFile(const char16_t* path, const void* data, uint32_t length);
 
 }  // namespace kk

@@ -9,8 +9,8 @@ namespace kk {
 
 namespace {
 
-/// The native calls take offsets as signed numbers and give -1 and -2 meanings of their own. The system refuses all
-/// others below zero with the same status.
+/// The native calls take offsets as signed numbers and give -1 and -2 meanings of their own, which the rest of a
+/// transfer across the limit must not reach. The system refuses all others below zero with the same status.
 bool IsByteRange(uint64_t offset, uint32_t length)
 {
     constexpr auto limit = static_cast<uint64_t>(INT64_MAX);

@@ -4,8 +4,8 @@
 
 namespace kk {
 
-/// Numbers that a caller chose, in the caller's memory. None at all choose every number; without the memory they choose
-/// none.
+/// Numbers that a caller chose, in the caller's memory. A count of 0 chooses every number, a null array with a
+/// count above 0 none.
 struct NumberChoice {
     const uint32_t* numbers;
     uint32_t count;

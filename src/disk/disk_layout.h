@@ -62,7 +62,7 @@ void FormatPhysicalDrivePath(uint32_t disk, char16_t* buffer, size_t capacity);
 /// The partition that starts at byte `start` exactly, or null.
 [[nodiscard]] const PartitionEntry* FindPartition(const DiskLayout& layout, uint64_t start);
 
-/// Opens `\\.\PhysicalDriveN`.
+/// Opens `\??\PhysicalDriveN`.
 [[nodiscard]] KK_STATUS OpenPhysicalDrive(uint32_t disk, bool writable, DevicePtr& drive);
 
 }  // namespace kk

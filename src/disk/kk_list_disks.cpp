@@ -6,6 +6,7 @@ namespace kk {
 
 namespace {
 
+// Numbers with gaps have no end that could be seen, so a bound is set.
 constexpr uint32_t kDiskNumbers = 32;
 
 /// Leaves the record's unused bytes as the caller had them.

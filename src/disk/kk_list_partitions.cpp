@@ -24,6 +24,7 @@ void DescribePartition(const PartitionEntry& partition, KkPartitionInfo& record)
     record.length = partition.length;
     CopyBytes(record.typeGuid, &partition.typeGuid, sizeof(record.typeGuid));
     record.mbrType = partition.mbrType;
+    static_assert(sizeof(record.name) == sizeof(partition.name));
     CopyBytes(&record.name, partition.name, sizeof(record.name));
     record.driveLetter[0] = 0;
     record.fileSystemSize = 0;

@@ -22,6 +22,9 @@ private:
 /// Compares `count` units; only A to Z equal their small letters, all other units must match exactly.
 [[nodiscard]] bool NameEqualsIgnoreCase(WideText a, WideText b, size_t count);
 
+/// Units of the buffers for volume GUID paths, which have 49 units and a terminator.
+inline constexpr size_t kVolumeNameUnits = 128;
+
 /// Asks the mount manager for the volume GUID path (`\\?\Volume{GUID}\`) of a volume's device name, the first one
 /// in the mount manager's order, cut so that the terminator fits into `capacity` units. Empty when there is none or it
 /// cannot be learnt.

@@ -11,6 +11,7 @@ namespace kk {
 
 namespace {
 
+// A bound on purpose: a system without the volume would be asked for ever. The public header tells of it.
 constexpr uint32_t kLastVolumeNumber = 127;
 
 bool HasExtentAt(DeviceFile& volume, uint32_t disk, uint64_t start)
@@ -53,6 +54,7 @@ bool FindVolumeForPartition(uint32_t disk, uint64_t start, char16_t* devicePath,
         if (Failed(OpenDevice(path, false, volume)) || !HasExtentAt(*volume, disk, start)) {
             continue;
         }
+        // Asked for whoever wants to know, so that every lookup makes the same requests.
         const uint32_t size = NtfsClusterSize(*volume);
         if (clusterSize != nullptr) {
             *clusterSize = size;

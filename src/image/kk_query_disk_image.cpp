@@ -83,12 +83,12 @@ void QueryDiskImage(uint32_t diskNumber, uint32_t* isImage, char16_t* path, size
     }
     char16_t devicePath[kDevicePathUnits];
     FormatPhysicalDrivePath(diskNumber, devicePath, kDevicePathUnits);
+    ByteBuffer answer;
     NtHandle handle = nullptr;
     if (Failed(OpenNativeFile(devicePath, kOpenForAttributes, handle))) {
         return;
     }
     const HandleOwner disk(handle);
-    ByteBuffer answer;
     if (!QueryDependencies(handle, answer)) {
         return;
     }

@@ -146,10 +146,11 @@ const VirtdiskImageApi& GetVirtdiskImageApi();
 
 /// Binds the table on the first call and then tells whether all four entry points were found. Later calls tell only
 /// whether `createVirtualDisk` was, on purpose: the table keeps no verdict, and creation is what callers ask for. So
-/// users test the other entries before they call them.
+/// users test the other entries before they call them. False too while another thread binds.
 [[nodiscard]] bool BindVirtdiskCreate();
 
-/// Binds the table on the first call; tells then and later whether the required entry points were found.
+/// Binds the table on the first call; tells then and later whether the required entry points were found. False too
+/// while another thread binds.
 [[nodiscard]] bool BindVirtdiskImage();
 
 }  // namespace kk

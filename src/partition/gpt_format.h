@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/bytes.h"
+#include "disk/disk_controls.h"
 
 namespace kk {
 
@@ -46,7 +47,7 @@ struct GptEntry {
     Le64 firstLba;
     Le64 lastLba;  // inclusive
     Le64 attributes;
-    Le16 name[36];
+    Le16 name[kPartitionNameUnits];
 };
 static_assert(sizeof(GptEntry) == 128 && alignof(GptEntry) == 1);
 static_assert(offsetof(GptEntry, firstLba) == 32 && offsetof(GptEntry, name) == 56);

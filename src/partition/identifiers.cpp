@@ -8,6 +8,7 @@ namespace kk {
 
 void GenerateRandomGuid(Guid& guid)
 {
+    // Not the time as it is, with which other identifiers of the same moment begin.
     uint32_t seed = FoldTime(QuerySystemTime()) ^ 0x9E3779B9;
     uint8_t bytes[sizeof(Guid)];
     for (uint8_t& byte : bytes) {

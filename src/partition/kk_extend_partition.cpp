@@ -17,6 +17,7 @@ uint64_t RoomOf(const DiskLayout& layout, const PartitionEntry& partition)
 {
     uint64_t limit = layout.diskSize;
     const uint64_t reserve = GptEndReserve(layout.sectorSize);
+    // A disk that is all reserve, or does not tell its size, loses nothing; its partitions find no room anyway.
     if (layout.style == PartitionStyle::Gpt && limit > reserve) {
         limit -= reserve;
     }

@@ -121,7 +121,7 @@ TEST_F(ThreadsTest, EachGetsOnDisksOfItsOwnWhatItGetsAlone)
     EXPECT_THAT(machine.Imbalances(), IsEmpty());
 }
 
-/// Every export that looks for a system library, as a first call of a process.
+/// A first call of a process for each table of entry points, and one that needs none.
 struct FirstCall {
     const char* name;
     std::function<int32_t(const machine::KestrelkitApi&, uint32_t number, const std::u16string& image)> make;

@@ -67,23 +67,20 @@ TEST_F(VhdxSampleImagesTest, ALogIsNotReplayed)
     EXPECT_TRUE(bytes != std::vector<uint8_t>(kMiB)) << "the block that only the log knew of";
 }
 
-TEST_F(VhdxSampleImagesTest, EveryImageReadsAsOthersReadIt)
+TEST_F(VhdxSampleImagesTest, AnImageReadsAsOthersReadIt)
 {
-    for (const char* const name : {"iotest-dynamic-1G.vhdx", "test-disk2vhd.vhdx"}) {
-        SCOPED_TRACE(name);
-        OpenSample(name);
-        const std::string raw = (folder / "sample.raw").string();
-        Shell("qemu-img convert -f vhdx -O raw " + file.string() + " " + raw);
-        machine::FileStorage expected(raw, machine::FileStorage::Mode::ReadOnly);
+    OpenSample("iotest-dynamic-1G.vhdx");
+    const std::string raw = (folder / "sample.raw").string();
+    Shell("qemu-img convert -f vhdx -O raw " + file.string() + " " + raw);
+    machine::FileStorage expected(raw, machine::FileStorage::Mode::ReadOnly);
 
-        ASSERT_EQ(reader->VirtualSize(), expected.Size());
-        for (const machine::Stretch& stretch : expected.DataIn(0, expected.Size())) {
-            std::vector<uint8_t> theirs(stretch.length);
-            ASSERT_TRUE(expected.Read(stretch.offset, theirs));
-            ExpectBytes(stretch.offset, theirs);
-        }
-        ExpectZeros(expected.Size(), kMiB);
+    ASSERT_EQ(reader->VirtualSize(), expected.Size());
+    for (const machine::Stretch& stretch : expected.DataIn(0, expected.Size())) {
+        std::vector<uint8_t> theirs(stretch.length);
+        ASSERT_TRUE(expected.Read(stretch.offset, theirs));
+        ExpectBytes(stretch.offset, theirs);
     }
+    ExpectZeros(expected.Size(), kMiB);
 }
 
 }  // namespace
