@@ -81,23 +81,48 @@ std::optional<double> Figure::CpuTimeRatio() const
     return Median(std::move(ratios));
 }
 
+std::optional<double> Figure::ShareOfReadSpeed() const
+{
+    std::vector<double> ratios;
+    for (const Pair& pair : pairs) {
+        if (pair.readSeconds == 0) {
+            return std::nullopt;
+        }
+        ratios.push_back(pair.readSeconds / pair.ours.seconds);
+    }
+    return Median(std::move(ratios));
+}
+
+std::optional<bool> Figure::TransfersHold() const
+{
+    if (!expected) {
+        return std::nullopt;
+    }
+    return (expected->reads == 0 || work.reads == expected->reads) &&
+           (expected->writes == 0 || work.writes == expected->writes) && work.largestTransfer <= Transfers::kMostBytes;
+}
+
 std::optional<bool> Figure::Passes() const
 {
+    if (gate.kind == Gate::Kind::None && gate.mostSeconds == 0) {
+        return std::nullopt;
+    }
+    if (gate.mostSeconds != 0 && OursSeconds() > gate.mostSeconds) {
+        return false;
+    }
     switch (gate.kind) {
     case Gate::Kind::TimeRatioAtMost:
         return Ratio() <= gate.limit;
     case Gate::Kind::SpeedRatioAtLeast:
         return Ratio() >= gate.limit;
-    case Gate::Kind::OursAtMostSeconds:
-        return OursSeconds() <= gate.limit;
     case Gate::Kind::None:
         break;
     }
-    return std::nullopt;
+    return true;
 }
 
 std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function<Cost()>& ours,
-                               const std::function<Cost()>& peer)
+                               const std::function<Cost()>& peer, const std::function<double()>& readSeconds)
 {
     for (size_t i = 0; i < warmUps; ++i) {
         (void)ours();
@@ -113,6 +138,7 @@ std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function
             pair.peer = peer();
             pair.ours = ours();
         }
+        pair.readSeconds = readSeconds ? readSeconds() : 0;
         measured.push_back(pair);
     }
     return measured;

@@ -28,6 +28,7 @@ struct Cost {
 struct Pair {
     Cost ours;
     Cost peer;
+    double readSeconds = 0;  // of nothing but reading as many bytes, just as warm; 0: not looked at
 };
 
 /// What a figure is held against.
@@ -36,10 +37,18 @@ struct Gate {
         None,
         TimeRatioAtMost,    // our time / the peer's time
         SpeedRatioAtLeast,  // the peer's time / our time
-        OursAtMostSeconds,
     };
     Kind kind = Kind::None;
     double limit = 0;
+    double mostSeconds = 0;  // that ours may take besides; 0: any
+};
+
+/// How many transfers there must be, not one more or less, none of them too long. 0: any number.
+struct Transfers {
+    static constexpr uint64_t kMostBytes = 8 << 20;
+
+    uint64_t reads = 0;
+    uint64_t writes = 0;
 };
 
 /// One line of the report: the medians of pairs that ran in alternation.
@@ -48,6 +57,7 @@ struct Figure {
     std::string title = {};  // for people
     std::string peer = {};
     Gate gate = {};
+    std::optional<Transfers> expected = {};
     std::vector<Pair> pairs = {};
     Work work = {};
     std::string remark = {};
@@ -60,7 +70,11 @@ struct Figure {
     double HighestRatio() const;
     /// The median ratio of processor times, which other programs disturb less. Nothing when they were not taken.
     std::optional<double> CpuTimeRatio() const;
-    /// Nothing when there is no gate.
+    /// Our speed by that of reading alone, the median. Nothing when that was not measured.
+    std::optional<double> ShareOfReadSpeed() const;
+    /// Whether the transfers are as they must be. Nothing when that is not known.
+    std::optional<bool> TransfersHold() const;
+    /// Of the times. Nothing when there is no gate.
     std::optional<bool> Passes() const;
 
 private:
@@ -70,9 +84,9 @@ private:
 double Median(std::vector<double> values);
 
 /// Runs both sides untimed `warmUps` times, then `pairs` times, each pair in the other order than the one before.
-/// Either side returns its own cost.
+/// Either side returns its own cost. `readSeconds` follows when there is one.
 std::vector<Pair> MeasurePairs(size_t warmUps, size_t pairs, const std::function<Cost()>& ours,
-                               const std::function<Cost()>& peer);
+                               const std::function<Cost()>& peer, const std::function<double()>& readSeconds = {});
 
 /// A clock that never goes back.
 double NowSeconds();

@@ -1,12 +1,15 @@
 // Measures the shipped DLL in the simulated machine against named peers. See docs/performance.md.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <limits>
 #include <malloc.h>
 
 #include "bitmap_figures.h"
+#include "checksum_figures.h"
 #include "copy_figures.h"
+#include "inspect_figures.h"
 #include "primitive_figures.h"
 #include "report.h"
 #include "restore_figures.h"
@@ -22,24 +25,40 @@ void KeepHeapPagesWarm()
     mallopt(M_TOP_PAD, 64 << 20);
 }
 
-std::vector<bench::Figure> MeasureGroup(const std::string& group, const bench::Settings& settings)
+struct Group {
+    const char* name;  // for --only
+    std::vector<bench::Figure> (*measure)(const bench::Settings& settings);
+};
+
+constexpr Group kGroups[] = {
+    {"whole-copy", bench::MeasureWholeCopy}, {"used-blocks", bench::MeasureUsedBlockCopy},
+    {"restore", bench::MeasureRestores},     {"clone", bench::MeasureClone},
+    {"inspect", bench::MeasureInspections},  {"zero-test", bench::MeasureZeroTest},
+    {"bitmap", bench::MeasureBitmapScans},   {"primitives", bench::MeasurePrimitives},
+    {"checksums", bench::MeasureChecksums},
+};
+
+std::vector<std::string> GroupNames()
 {
-    if (group == "whole-copy") {
-        return {bench::MeasureWholeCopy(settings)};
+    std::vector<std::string> names;
+    std::transform(std::begin(kGroups), std::end(kGroups), std::back_inserter(names),
+                   [](const Group& group) { return group.name; });
+    return names;
+}
+
+/// All groups when none is named.
+std::vector<bench::Figure> Measure(const std::vector<std::string>& wanted, const bench::Settings& settings)
+{
+    std::vector<bench::Figure> figures;
+    for (const Group& group : kGroups) {
+        if (!wanted.empty() && std::find(wanted.begin(), wanted.end(), group.name) == wanted.end()) {
+            continue;
+        }
+        std::cerr << "Measuring " << group.name << std::endl;
+        const std::vector<bench::Figure> more = group.measure(settings);
+        figures.insert(figures.end(), more.begin(), more.end());
     }
-    if (group == "used-blocks") {
-        return {bench::MeasureUsedBlockCopy(settings)};
-    }
-    if (group == "restore") {
-        return bench::MeasureRestores(settings);
-    }
-    if (group == "clone") {
-        return {bench::MeasureClone(settings)};
-    }
-    if (group == "zero-test") {
-        return {bench::MeasureZeroTest(settings)};
-    }
-    return group == "bitmap" ? bench::MeasureBitmapScans(settings) : bench::MeasurePrimitives(settings);
+    return figures;
 }
 
 }  // namespace
@@ -47,14 +66,12 @@ std::vector<bench::Figure> MeasureGroup(const std::string& group, const bench::S
 int main(int argc, char** argv)
 {
     bench::Settings settings;
-    const std::vector<std::string> allGroups = {"whole-copy", "used-blocks", "restore",   "clone",
-                                                "zero-test",  "bitmap",      "primitives"};
     std::vector<std::string> groups;
     bool json = false;
     CLI::App app("Measures KestrelkitCore.dll against named peers, in pairs of runs.");
     app.add_option("--folder", settings.folder, "Where disk.raw and volume.raw are")->required();
     app.add_option("--dll", settings.dll, "The DLL to measure");
-    app.add_option("--only", groups, "Groups of figures")->check(CLI::IsMember(allGroups));
+    app.add_option("--only", groups, "Groups of figures")->check(CLI::IsMember(GroupNames()));
     app.add_option("--long-pairs", settings.longPairs, "Pairs of runs that take seconds")->check(CLI::PositiveNumber);
     app.add_option("--short-pairs", settings.shortPairs, "Pairs of short runs")->check(CLI::PositiveNumber);
     app.add_flag("--json", json, "JSON in place of the table");
@@ -62,12 +79,7 @@ int main(int argc, char** argv)
 
     KeepHeapPagesWarm();
     try {
-        std::vector<bench::Figure> figures;
-        for (const std::string& group : groups.empty() ? allGroups : groups) {
-            std::cerr << "Measuring " << group << std::endl;
-            const std::vector<bench::Figure> more = MeasureGroup(group, settings);
-            figures.insert(figures.end(), more.begin(), more.end());
-        }
+        const std::vector<bench::Figure> figures = Measure(groups, settings);
         std::cout << (json ? bench::JsonText(figures) : bench::TableText(figures));
     } catch (const std::exception& error) {
         std::cerr << "kk_bench: " << error.what() << '\n';

@@ -8,6 +8,7 @@
 #include "library_machine.h"
 #include "machine/memory_virtual_disks.h"
 #include "pattern_volume.h"
+#include "read_block.h"
 
 namespace bench {
 
@@ -42,14 +43,16 @@ std::vector<Figure> MeasurePrimitives(const Settings& settings)
     copy.work.bytes = HeapProbe::kBlockBytes;
 
     HeapProbe probe;
+    ReadBlock block(HeapProbe::kBlockBytes);
     const auto pattern = std::make_shared<const BitmapPattern>(AlternatingPattern(2 * kExtentsInBlock + 1000));
     PatternVolume volume(settings, pattern, probe.Resolver());
     for (size_t i = 0; i < kWarmUps + settings.shortPairs; ++i) {
         probe.Begin(i % 2 == 1);
         volume.Run();
         if (i >= kWarmUps) {
-            fill.pairs.push_back({{FillSeconds(probe, volume.Calls())}, {probe.PeerFillSeconds()}});
-            copy.pairs.push_back(probe.Copy());
+            const double readSeconds = block.SecondsToRead();
+            fill.pairs.push_back({{FillSeconds(probe, volume.Calls())}, {probe.PeerFillSeconds()}, readSeconds});
+            copy.pairs.push_back({probe.Copy().ours, probe.Copy().peer, readSeconds});
         }
     }
     return {fill, copy};

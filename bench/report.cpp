@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "read_block.h"
+
 namespace bench {
 
 namespace {
@@ -25,17 +27,14 @@ std::string TimeText(double seconds)
 
 std::string GateText(const Gate& gate)
 {
-    switch (gate.kind) {
-    case Gate::Kind::TimeRatioAtMost:
-        return Format("time <= %.2f", gate.limit);
-    case Gate::Kind::SpeedRatioAtLeast:
-        return Format("speed >= %.2f", gate.limit);
-    case Gate::Kind::OursAtMostSeconds:
-        return Format("<= %.1f ms", gate.limit * 1e3);
-    case Gate::Kind::None:
-        break;
+    std::string text;
+    if (gate.kind != Gate::Kind::None) {
+        text = Format(gate.kind == Gate::Kind::TimeRatioAtMost ? "time <= %.2f" : "speed >= %.2f", gate.limit);
     }
-    return "-";
+    if (gate.mostSeconds != 0) {
+        text += Format("%s<= %.2f ms", text.empty() ? "" : ", ", gate.mostSeconds * 1e3);
+    }
+    return text.empty() ? "-" : text;
 }
 
 const char* VerdictText(const Figure& figure)
@@ -58,14 +57,33 @@ std::string CpuText(const Figure& figure)
     return ratio ? Format(", processor time %.2f", *ratio) : "";
 }
 
-std::string WorkText(const Work& work)
+std::string SpeedText(const Figure& figure)
 {
-    std::string text = Format("%.1f MiB", static_cast<double>(work.bytes) / (1 << 20));
+    const std::optional<double> share = figure.ShareOfReadSpeed();
+    if (!share) {
+        return "";
+    }
+    return Format("; %.3g GB/s, %.2g of the speed of reading alone",
+                  static_cast<double>(figure.work.bytes) / figure.OursSeconds() * 1e-9, *share);
+}
+
+const char* TransfersText(const Figure& figure)
+{
+    const std::optional<bool> hold = figure.TransfersHold();
+    return !hold ? "" : *hold ? " (PASS)" : " (NOT AS THEY MUST BE)";
+}
+
+std::string WorkText(const Figure& figure)
+{
+    const Work& work = figure.work;
+    std::string text = work.bytes < (1 << 20) ? Format("%.1f KiB", static_cast<double>(work.bytes) / (1 << 10))
+                                              : Format("%.1f MiB", static_cast<double>(work.bytes) / (1 << 20));
     if (work.reads != 0) {
         text +=
             Format(", %llu reads, %llu writes, none above %llu bytes", static_cast<unsigned long long>(work.reads),
                    static_cast<unsigned long long>(work.writes), static_cast<unsigned long long>(work.largestTransfer));
     }
+    text += TransfersText(figure);
     if (work.heapBytes != 0) {
         text += Format(", heap peak %.1f MiB", static_cast<double>(work.heapBytes) / (1 << 20));
     }
@@ -96,9 +114,11 @@ nlohmann::ordered_json JsonOf(const Figure& figure)
         {"ratio", figure.Ratio()},
         {"lowestRatio", figure.LowestRatio()},
         {"highestRatio", figure.HighestRatio()},
-        {"gate", figure.gate.kind == Gate::Kind::None ? nullptr : nlohmann::ordered_json(GateText(figure.gate))},
+        {"gate", figure.Passes() ? nlohmann::ordered_json(GateText(figure.gate)) : nullptr},
         {"passes", nullptr},
         {"cpuTimeRatio", nullptr},
+        {"shareOfReadSpeed", nullptr},
+        {"transfersHold", nullptr},
         {"bytes", figure.work.bytes},
         {"reads", figure.work.reads},
         {"writes", figure.work.writes},
@@ -112,6 +132,12 @@ nlohmann::ordered_json JsonOf(const Figure& figure)
     if (const std::optional<double> ratio = figure.CpuTimeRatio()) {
         item["cpuTimeRatio"] = *ratio;
     }
+    if (const std::optional<bool> hold = figure.TransfersHold()) {
+        item["transfersHold"] = *hold;
+    }
+    if (const std::optional<double> share = figure.ShareOfReadSpeed()) {
+        item["shareOfReadSpeed"] = *share;
+    }
     return item;
 }
 
@@ -121,21 +147,23 @@ std::string MachineClass()
 {
     double load = 0;
     (void)getloadavg(&load, 1);
-    return ProcessorName() + Format(", %u processors, load %.1f", std::thread::hardware_concurrency(), load);
+    return ProcessorName() + Format(", %u processors, load %.1f, memory beyond the caches read at %.1f GB/s",
+                                    std::thread::hardware_concurrency(), load, MemoryReadSpeed() * 1e-9);
 }
 
 std::string TableText(const std::vector<Figure>& figures)
 {
     std::string text = MachineClass() + "\n\n";
-    text += Format("%-38s %10s  %-15s %10s  %-26s %-14s %s\n", "Figure", "ours", "peer", "peer's", "ratio (min..max)",
+    text += Format("%-45s %10s  %-25s %10s  %-26s %-25s %s\n", "Figure", "ours", "peer", "peer's", "ratio (min..max)",
                    "gate", "verdict");
     for (const Figure& figure : figures) {
         text +=
-            Format("%-38s %10s  %-15s %10s  %-26s %-14s %s\n", figure.title.c_str(),
+            Format("%-45s %10s  %-25s %10s  %-26s %-25s %s\n", figure.title.c_str(),
                    TimeText(figure.OursSeconds()).c_str(), figure.peer.c_str(), TimeText(figure.PeerSeconds()).c_str(),
                    RatioText(figure).c_str(), GateText(figure.gate).c_str(), VerdictText(figure));
-        text += Format("    %zu pairs%s; %s; %s\n", figure.pairs.size(), CpuText(figure).c_str(),
-                       WorkText(figure.work).c_str(), figure.remark.c_str());
+        text += Format("    %zu pairs%s; %s%s%s%s\n", figure.pairs.size(), CpuText(figure).c_str(),
+                       WorkText(figure).c_str(), SpeedText(figure).c_str(), figure.remark.empty() ? "" : "; ",
+                       figure.remark.c_str());
     }
     return text;
 }

@@ -11,9 +11,9 @@ namespace bench {
 std::vector<Figure> MeasureRestores(const Settings& settings);
 
 /// The disk's volume cloned onto a raw file that exists.
-Figure MeasureClone(const Settings& settings);
+std::vector<Figure> MeasureClone(const Settings& settings);
 
 /// How fast a chunk of zeros is known as such.
-Figure MeasureZeroTest(const Settings& settings);
+std::vector<Figure> MeasureZeroTest(const Settings& settings);
 
 }  // namespace bench
