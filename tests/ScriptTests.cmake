@@ -11,6 +11,7 @@ kk_add_script_test(tree.includes_run_downwards ${Python3_EXECUTABLE} ${root}/too
 kk_add_script_test(tree.is_formatted ${root}/tools/check_format)
 kk_add_script_test(tree.documents_name_what_is_there ${Python3_EXECUTABLE} ${root}/tools/check_docs.py ${root})
 kk_add_script_test(docs.conformance_is_current ${Python3_EXECUTABLE} ${root}/tools/conformance --check)
+kk_add_script_test(tools.mutations_are_what_they_say ${Python3_EXECUTABLE} ${root}/tests/tools/mutation_test.py)
 kk_add_script_test(tree.passes_lint ${root}/tools/lint ${CMAKE_BINARY_DIR})
 
 kk_add_script_test(header.stands_alone ${Python3_EXECUTABLE} ${root}/tests/dll/header_check.py ${root}/include)

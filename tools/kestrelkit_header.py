@@ -3,7 +3,7 @@
     header = kestrelkit_header.read(path)
     header.statuses   the named statuses: name, value, meaning
     header.records    the records: name, fields with their C types
-    header.exports    the functions: name, parameters, and what each may return, and when
+    header.exports    the functions: name, parameters, what each may return, and when
 """
 
 import dataclasses
@@ -13,6 +13,7 @@ import re
 DEFAULT_PATH = pathlib.Path(__file__).resolve().parent.parent / "include" / "kestrelkit" / "kestrelkit.h"
 
 _NAMED = r"(?:KK_STATUS_\w+|KK_E_\w+|0x[0-9A-F]{4}(?:[0-9A-F]{4}|xxxx))"
+_ONE_NAME = re.compile(rf"\b{_NAMED}\b")
 _NAMES = re.compile(rf"({_NAMED}(?:, {_NAMED})*)(.*)", re.DOTALL)
 
 
@@ -56,6 +57,7 @@ class Export:
     name: str
     parameters: tuple
     outcomes: tuple
+    mentioned: frozenset  # the statuses that the comment names, be it among the outcomes or elsewhere
 
 
 @dataclasses.dataclass(frozen=True)
@@ -63,6 +65,14 @@ class Header:
     statuses: tuple
     records: tuple
     exports: tuple
+
+    def name_of(self, status):
+        """The name of a status that may be given as a number; numbers without a name stay, with capital digits."""
+        if not re.fullmatch(r"0x[0-9A-Fa-f]{8}", status):
+            return status
+        value = int(status, 16)
+        named = (known.name for known in self.statuses if known.value == value)
+        return next(named, f"0x{value:08X}")
 
 
 def _comment_text(comment):
@@ -106,7 +116,12 @@ def _parameters(text):
 def _exports(text):
     pattern = r"(/\*\*(?:(?!\*/).)*\*/)\nKK_API KK_STATUS KK_CALL (Kk\w+)\(([^)]*)\);"
     return tuple(
-        Export(name, _parameters(parameters), _outcomes(_comment_text(comment)))
+        Export(
+            name,
+            _parameters(parameters),
+            _outcomes(_comment_text(comment)),
+            frozenset(_ONE_NAME.findall(comment)),
+        )
         for comment, name, parameters in re.findall(pattern, text, re.DOTALL)
     )
 

@@ -22,6 +22,15 @@ TEST_F(AppTest, HelpListsTheCommandsAndLoadsNoLibrary)
     EXPECT_EQ(library.openCount, 0);
 }
 
+TEST_F(AppTest, TheVersionIsTheProjectsAndTakesNoLibrary)
+{
+    EXPECT_EQ(Run({"--version"}), 0);
+
+    EXPECT_EQ(out, "kkctl " KK_PROJECT_VERSION "\n");
+    EXPECT_EQ(err, "");
+    EXPECT_EQ(library.openCount, 0);
+}
+
 TEST_F(AppTest, EveryUsageErrorExitsWithTwoAndLoadsNoLibrary)
 {
     const std::vector<std::vector<std::string>> wrong = {

@@ -120,27 +120,31 @@ class PackageTest(unittest.TestCase):
 class ConsumerTest(unittest.TestCase):
     """Programs that are built from what is in the package, and what they answer under Wine."""
 
-    def answer_under_wine(self, program):
+    def answer_under_wine(self, program, *arguments):
         if not wine_case.WINE:
             return None
         WineCase.setUpClass()
         with tempfile.TemporaryFile() as out:
-            done = subprocess.run([wine_case.WINE, program], env=WineCase.environment, stdin=subprocess.DEVNULL,
-                                  stdout=out, stderr=subprocess.DEVNULL, timeout=wine_case.RUN_SECONDS)
+            done = subprocess.run([wine_case.WINE, program, *arguments], env=WineCase.environment,
+                                  stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.DEVNULL,
+                                  timeout=wine_case.RUN_SECONDS)
             return done.returncode, WineCase.text_in(out)
 
-    def expect_under_wine(self, program, code, text):
-        answer = self.answer_under_wine(program)
-        if answer is not None:
-            self.assertEqual(answer, (code, text))
+    def expect_under_wine(self, program, *arguments, answer):
+        given = self.answer_under_wine(program, *arguments)
+        if given is not None:
+            self.assertEqual(given, answer)
+
+    def test_the_console_program_tells_the_version(self):
+        self.expect_under_wine(ROOT / "bin/kkctl.exe", "--version", answer=(0, f"kkctl {VERSION}\n"))
 
     def test_cmake_finds_it_for_c_and_cpp_with_mingw(self):
         build = WORK / "consumer"
         run("cmake", "-G", "Ninja", "-S", HERE / "consumer", "-B", build, f"-DCMAKE_PREFIX_PATH={ROOT}",
             f"-DCMAKE_TOOLCHAIN_FILE={PROJECT / 'cmake/mingw-gcc.cmake'}")
         run("cmake", "--build", build)
-        self.expect_under_wine(build / "consumer_c.exe", 0, "C: status 0, 0 disks\n")
-        self.expect_under_wine(build / "consumer_cpp.exe", 0, "C++: status 0, 0 disks\n")
+        self.expect_under_wine(build / "consumer_c.exe", answer=(0, "C: status 0, 0 disks\n"))
+        self.expect_under_wine(build / "consumer_cpp.exe", answer=(0, "C++: status 0, 0 disks\n"))
 
     def test_microsofts_linker_can_use_the_import_library(self):
         # LLD in Microsoft's manner is the nearest to it here.
@@ -152,7 +156,7 @@ class ConsumerTest(unittest.TestCase):
         imports = run("llvm-readobj-19", "--coff-imports", program)
         self.assertEqual(re.findall(r"^  Name: (.+)$", imports, re.MULTILINE), ["KestrelkitCore.dll"])
         (WORK / "KestrelkitCore.dll").write_bytes((ROOT / "bin/KestrelkitCore.dll").read_bytes())
-        self.expect_under_wine(program, 100, "")
+        self.expect_under_wine(program, answer=(100, ""))
 
 
 if __name__ == "__main__":

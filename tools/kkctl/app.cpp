@@ -43,7 +43,7 @@ void AddKitOptions(CLI::App& app, Context& context)
     AddHostOptions(app, context.kitOptions);
 }
 
-/// Help is a parse that ended early, too.
+/// Help and the version are parses that ended early, too.
 int ReportParse(const CLI::App& app, const CLI::ParseError& error, const Context& context)
 {
     const std::vector<std::string> unknown = app.remaining();
@@ -106,6 +106,7 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Environment&
     Context context(environment);
     CLI::App app("Lists, edits, backs up and restores disks.", "kkctl");
     AddCommonParts(app, context);
+    app.set_version_flag("--version", "kkctl " KK_PROJECT_VERSION, "Print the version and exit");
     AddKitOptions(app, context);
     AddShell(app, context);
     return ParseAndRun(app, arguments, context);
