@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "disk/layout_answer.h"
 #include "disk/volume_controls.h"
 #include "support/pattern.h"
 #include "support/vhdx_builder.h"
@@ -19,6 +20,18 @@ void RecoverTest::MakeImage(const std::vector<machine::GptPartition>& partitions
 machine::Disk& RecoverTest::AddTarget(uint64_t length)
 {
     return machine.AddDisk(length + 4 * kMiB).Gpt({.partitions = {{.start = kTargetStart, .length = length}}});
+}
+
+void RecoverTest::PretendTargetLengths(const std::vector<uint64_t>& lengths)
+{
+    LayoutAnswer layout(kk::WirePartitionStyle::Gpt);
+    for (const uint64_t length : lengths) {
+        layout.Add(1, kTargetStart, static_cast<int64_t>(length)).gpt.partitionType = machine::kBasicDataType;
+    }
+    machine.OnControl({.object = "PhysicalDrive0", .code = 0x70050},
+                      [answer = layout.Bytes()](const machine::CallRecord&, const machine::ControlRequest&) {
+                          return std::optional(machine::ControlAnswer{.output = answer});
+                      });
 }
 
 int32_t RecoverTest::Recover(int32_t partition, uint64_t targetStart, uint32_t disk)

@@ -23,6 +23,8 @@ protected:
     void MakeImageAt(const std::filesystem::path& path) { imagePath = path; }
     /// Disk 0 with one partition.
     machine::Disk& AddTarget(uint64_t length);
+    /// Disk 0 tells of a partition of each of these lengths, all in one place.
+    void PretendTargetLengths(const std::vector<uint64_t>& lengths);
 
     /// Whatever comes of it, neither disk nor file is left of the overlay, and the image is as it was.
     int32_t Recover(int32_t partition = 1, uint64_t targetStart = kTargetStart, uint32_t disk = 0);
