@@ -19,7 +19,7 @@ int32_t OwedStatus(const machine::CallRecord& failed, const machine::Journal& jo
     switch (failed.kind) {
     case CallKind::DeviceControl:
         // A disk that does not tell its size gives an image of no size, which cannot be made.
-        return failed.code == 0x700A0 ? KK_STATUS_UNSUCCESSFUL : 0;
+        return AsksForSize(failed) ? KK_STATUS_UNSUCCESSFUL : 0;
     case CallKind::CreateFile:
         return failed.object.find("PhysicalDrive") != std::string::npos ? own : 0;
     case CallKind::ReadFile:
@@ -36,9 +36,9 @@ int32_t OwedStatus(const machine::CallRecord& failed, const machine::Journal& jo
             return 0;
         }
         if (planning) {
-            // The drive's object, the layout's answer, the partition list; later the plan.
-            const bool needed =
-                before({.kind = CallKind::Allocate}) < 3 || failed.length == 8 * sizeof(kk::BackupPlanEntry);
+            // The drive's object, each answer with the layout, the partition list; later the plan.
+            const bool layoutNeedsIt = before({.kind = CallKind::Allocate}) < 2 + before({.code = 0x70050});
+            const bool needed = layoutNeedsIt || failed.length == 8 * sizeof(kk::BackupPlanEntry);
             return needed ? KK_STATUS_NO_MEMORY : 0;
         }
         const uint64_t written = before({.kind = CallKind::WriteFile, .object = "PhysicalDrive1"});

@@ -43,9 +43,6 @@ public:
     std::string lastOpened;  // whose handle or memory the call is about
 };
 
-/// Asks for the disk's size. That it is not known is noticed later than all other failures.
-constexpr uint32_t kGeometry = 0x700A0;
-
 /// The status of a call that nothing can make up for.
 int32_t OwnStatus(const CallRecord& call)
 {
@@ -60,7 +57,7 @@ bool IsRequest(const CallRecord& call, uint32_t code)
 /// What reading a disk's layout or editing its table owes. `unknownSize` is owed when the disk does not tell its size.
 int32_t OwedByDrive(const CallRecord& call, FaultMode mode, int32_t unknownSize)
 {
-    if (IsRequest(call, kGeometry)) {
+    if (AsksForSize(call)) {
         return mode == FaultMode::ThatCallAndAllLater ? 0 : unknownSize;
     }
     // Asked again with more room, for which there is none when all calls fail.
@@ -107,10 +104,8 @@ protected:
 private:
     int32_t Owed(const Debt& owed, FaultMode mode) const
     {
-        const auto debt = [&](const CallRecord& call) { return owed(call, Before(machine.journal, call), mode); };
-        const int32_t first = FirstDebt(
-            machine.journal, [&](const CallRecord& call) { return IsRequest(call, kGeometry) ? 0 : debt(call); });
-        return first != 0 ? first : FirstDebt(machine.journal, debt);
+        return FirstDebt(machine.journal,
+                         [&](const CallRecord& call) { return owed(call, Before(machine.journal, call), mode); });
     }
 
     /// Array and header of the first copy, then of the second: as many of them have changed as there were writes.

@@ -21,12 +21,6 @@ bool IsRequest(const CallRecord& call)
     return call.kind == CallKind::DeviceControl || call.kind == CallKind::FsControl;
 }
 
-/// Asks for the disk's size. That it is not known is noticed later than all other failures.
-bool AsksForSize(const CallRecord& call)
-{
-    return IsRequest(call) && call.code == 0x700A0;
-}
-
 /// What happened before one call, as far as it tells what the call was made for.
 class Before {
 public:
@@ -143,10 +137,8 @@ protected:
 private:
     int32_t Owed(const Debt& owed, FaultMode mode) const
     {
-        const auto debt = [&](const CallRecord& call) { return owed(call, Before(machine.journal, call), mode); };
-        const int32_t first =
-            FirstDebt(machine.journal, [&](const CallRecord& call) { return AsksForSize(call) ? 0 : debt(call); });
-        return first != 0 ? first : FirstDebt(machine.journal, debt);
+        return FirstDebt(machine.journal,
+                         [&](const CallRecord& call) { return owed(call, Before(machine.journal, call), mode); });
     }
 
     /// A clone ends at a sector that cannot be read by itself either. What comes before it is written.

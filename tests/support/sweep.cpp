@@ -152,6 +152,12 @@ uint64_t SweepFailingCalls(machine::Machine& machine, FaultMode mode, const std:
     return 0;
 }
 
+bool AsksForSize(const machine::CallRecord& call)
+{
+    constexpr uint32_t geometry = 0x700A0;
+    return call.kind == machine::CallKind::DeviceControl && call.code == geometry;
+}
+
 uint64_t CallsBefore(const machine::Journal& journal, const machine::CallRecord& failed,
                      const machine::CallPattern& pattern)
 {
@@ -162,9 +168,12 @@ uint64_t CallsBefore(const machine::Journal& journal, const machine::CallRecord&
 
 int32_t FirstDebt(const machine::Journal& journal, const std::function<int32_t(const machine::CallRecord&)>& owed)
 {
-    for (const machine::CallRecord& call : journal.Records()) {
-        if (const int32_t debt = call.struck ? owed(call) : 0; debt != 0) {
-            return debt;
+    for (const bool asksForSize : {false, true}) {
+        for (const machine::CallRecord& call : journal.Records()) {
+            const bool isDue = call.struck && AsksForSize(call) == asksForSize;
+            if (const int32_t debt = isDue ? owed(call) : 0; debt != 0) {
+                return debt;
+            }
         }
     }
     return 0;

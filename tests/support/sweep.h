@@ -17,9 +17,13 @@ enum class FaultMode { OneCall, ThatCallAndAllLater, TwoCalls };
 uint64_t SweepFailingCalls(machine::Machine& machine, FaultMode mode, const std::function<int32_t()>& operation,
                            const std::function<void(const machine::CallRecord* failed, int32_t status)>& check);
 
+/// Whether a call asks a disk for its size.
+bool AsksForSize(const machine::CallRecord& call);
+
 /// How many calls that fit came before `failed`.
 uint64_t CallsBefore(const machine::Journal& journal, const machine::CallRecord& failed,
                      const machine::CallPattern& pattern);
 
-/// The status of the first failed call that owes one; 0 when none does.
+/// The status of the first failed call that owes one; 0 when none does. That a disk did not tell its size is noticed
+/// later than every other failure.
 int32_t FirstDebt(const machine::Journal& journal, const std::function<int32_t(const machine::CallRecord&)>& owed);
