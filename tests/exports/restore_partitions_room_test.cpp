@@ -133,6 +133,23 @@ TEST_F(RestorePartitionsRoomTest, ATargetThatDoesNotTellItsSizeIsNotMeasured)
     EXPECT_EQ(RestorePartitions(), machine::kNonexistentSector) << "the disk itself refuses what does not fit";
 }
 
+TEST_F(RestorePartitionsRoomTest, WithoutASizeATableNeedsAnImageWithRoomForTwoCopies)
+{
+    SHOWS(KkRestorePartitions, KK_STATUS_INVALID_PARAMETER,
+          "the disk does not tell its size, and the image's disk has no room for a second table; the first is written");
+
+    const std::vector<uint8_t> headerAndEntry = ImageBytes(512, 512 + 128);
+    MakeBlankImage(4096, 512);
+    PutInImage(512, headerAndEntry);
+    constexpr uint64_t entryCountInHeader = 80;
+    PutInImage(512 + entryCountInHeader, machine::BytesOf(uint32_t{1}));
+    PretendSize("PhysicalDrive0", 0);
+
+    EXPECT_EQ(RestorePartitions({}, 1), KK_STATUS_INVALID_PARAMETER);
+
+    EXPECT_THAT(written, ElementsAre(Place{0, 512}, Place{512, 512}, Place{1024, 32 * 512}));
+}
+
 TEST_F(RestorePartitionsRoomTest, WithoutASizeALengthBeyondTheImageEndsWithTheImage)
 {
     SHOWS(KkRestorePartitions, KK_STATUS_SUCCESS,
