@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Times libvhdi at what KkInspectImage does: inspect_with_libvhdi.py IMAGE COUNT. Prints JSON.
 
-One inspection opens the image, asks for its size and its sector size, reads the GPT's header and its entries, and closes
-it. Making sense of the entries is left out of the time, for it is Python's work and not libvhdi's.
+One inspection opens the image, asks for its size and its sector size, reads the GPT's header and its entries, and
+closes it. The search through the entries is left out of the time, for it is Python's work and not libvhdi's.
 """
 
 import json

@@ -34,9 +34,14 @@ double TimeOfReading(const std::vector<uint8_t>& bytes)
 
 double ReadBlock::SecondsToRead()
 {
-    std::memset(bytes_.data(), 0x5A, bytes_.size());
-    asm volatile("" : : "r"(bytes_.data()) : "memory");
-    return TimeOfReading(bytes_);
+    constexpr int runs = 5;
+    std::vector<double> seconds;
+    for (int i = 0; i < runs; ++i) {
+        std::memset(bytes_.data(), 0x5A, bytes_.size());
+        asm volatile("" : : "r"(bytes_.data()) : "memory");
+        seconds.push_back(TimeOfReading(bytes_));
+    }
+    return Median(std::move(seconds));
 }
 
 double MemoryReadSpeed()

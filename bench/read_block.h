@@ -12,7 +12,7 @@ public:
     explicit ReadBlock(size_t bytes) : bytes_(bytes) {}
 
     /// Writes the block, so that it is as warm as the library finds what the system has just put there, and takes the
-    /// time of reading it.
+    /// time of reading it. The median of a few times.
     double SecondsToRead();
 
 private:
