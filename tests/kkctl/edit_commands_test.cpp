@@ -173,7 +173,7 @@ TEST_F(EditCommandsTest, FormatHandsItsOptionsOn)
     EXPECT_THAT(library.edits,
                 ElementsAre("KkFormatPartition(2, 1048576, 'exFAT', '\"M\u00FCll /Q\"', 0)",
                             "KkFormatPartition(2, 1048576, '', '', 1)",
-                            "KkFormatPartition(2, 1048576, null, '\"" + std::string(32, 'x') + "\"', 1)"));
+                            "KkFormatPartition(2, 1048576, '', '\"" + std::string(32, 'x') + "\"', 1)"));
 }
 
 TEST_F(EditCommandsTest, RebootTellsASimulatedMachineFromARealOne)
