@@ -170,10 +170,9 @@ TEST_F(EditCommandsTest, FormatHandsItsOptionsOn)
     EXPECT_EQ(Run({"format", "2", "1M", "--label", ""}), 0);
     EXPECT_EQ(Run({"format", "2", "1M", "--label", std::string(32, 'x')}), 0);
 
-    EXPECT_THAT(library.edits,
-                ElementsAre("KkFormatPartition(2, 1048576, 'exFAT', '\"M\u00FCll /Q\"', 0)",
-                            "KkFormatPartition(2, 1048576, '', '', 1)",
-                            "KkFormatPartition(2, 1048576, '', '\"" + std::string(32, 'x') + "\"', 1)"));
+    EXPECT_THAT(library.edits, ElementsAre("KkFormatPartition(2, 1048576, 'exFAT', '\"M\u00FCll /Q\"', 0)",
+                                           "KkFormatPartition(2, 1048576, '', '', 1)",
+                                           "KkFormatPartition(2, 1048576, '', '\"" + std::string(32, 'x') + "\"', 1)"));
 }
 
 TEST_F(EditCommandsTest, RebootTellsASimulatedMachineFromARealOne)
