@@ -17,8 +17,6 @@ using kestrelkit::Exports;
 using kestrelkit::Library;
 using kestrelkit::PartitionStyle;
 
-constexpr uint64_t kMiB = 1 << 20;
-
 // The wrapper over the library itself, on a machine.
 
 class WrapperTest : public MachineTest {
