@@ -117,6 +117,8 @@ struct Exports {
 
 namespace detail {
 
+inline constexpr uint64_t kAlignment = 1 << 20;  // of the partitions that the library creates
+
 /// Counts, then fetches into zeroed records. Once more when there are more of them by then, but not for ever.
 template <typename Record, typename Call>
 KK_STATUS FetchRecords(Call call, std::vector<Record>& records)
@@ -334,12 +336,12 @@ private:
     Exports exports_;
 };
 
-/// The gaps between a disk's partitions that have a whole MiB or more from a MiB boundary on. Nothing before the first
-/// MiB, in the last 34 sectors of a GPT disk or past what an MBR can address; none on a disk without a table. Beware on
-/// MBR disks: extended partitions are not listed, and what is free inside one looks like any other gap.
-inline std::vector<Region> FreeRegions(const Disk& disk, std::vector<Partition> partitions)
+/// All gaps between a disk's partitions, down to a byte, and before and behind them. Nothing before the first MiB, in the
+/// last 34 sectors of a GPT disk or past what an MBR can address; none on a disk without a table. Partitions may come in
+/// any order, overlap and reach past the disk. Beware on MBR disks: extended partitions are not listed, and what is free
+/// inside one looks like any other gap.
+inline std::vector<Region> Gaps(const Disk& disk, std::vector<Partition> partitions)
 {
-    constexpr uint64_t alignment = 1 << 20;
     constexpr uint64_t gptEndSectors = 34;
     constexpr uint64_t mbrSectors = 1ull << 32;
     if (disk.style == PartitionStyle::Raw) {
@@ -351,12 +353,11 @@ inline std::vector<Region> FreeRegions(const Disk& disk, std::vector<Partition> 
     std::sort(partitions.begin(), partitions.end(),
               [](const Partition& a, const Partition& b) { return a.startOffset < b.startOffset; });
 
-    std::vector<Region> regions;
-    uint64_t position = alignment;
+    std::vector<Region> gaps;
+    uint64_t position = detail::kAlignment;
     const auto addUpTo = [&](uint64_t next) {
-        const uint64_t padding = (alignment - position % alignment) % alignment;
-        if (next > position && next - position >= padding + alignment) {
-            regions.push_back({position + padding, next - position - padding});
+        if (next > position) {
+            gaps.push_back({position, next - position});
         }
     };
     for (const Partition& partition : partitions) {
@@ -365,6 +366,20 @@ inline std::vector<Region> FreeRegions(const Disk& disk, std::vector<Partition> 
         position = std::max(position, partition.startOffset + length);
     }
     addUpTo(end);
+    return gaps;
+}
+
+/// The gaps that have a whole MiB or more from a MiB boundary on, without what lies before it: where a partition may be
+/// created without a size.
+inline std::vector<Region> FreeRegions(const Disk& disk, std::vector<Partition> partitions)
+{
+    std::vector<Region> regions;
+    for (const Region& gap : Gaps(disk, std::move(partitions))) {
+        const uint64_t padding = (detail::kAlignment - gap.start % detail::kAlignment) % detail::kAlignment;
+        if (gap.length >= padding + detail::kAlignment) {
+            regions.push_back({gap.start + padding, gap.length - padding});
+        }
+    }
     return regions;
 }
 

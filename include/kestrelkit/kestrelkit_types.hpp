@@ -125,6 +125,7 @@ struct BackupOptions {
 /// afterwards; without it the rest is empty.
 struct Backup {
     bool isComplete = false;
+    bool snapshotsRequested = false;
     bool snapshotsUsed = false;
     uint32_t partitionsCopied = 0;
     uint64_t bytesCopied = 0;
@@ -182,6 +183,7 @@ inline Partition Unpack(const KkPartitionInfo& record)
 inline Backup Unpack(const BackupResult& record)
 {
     return {.isComplete = true,
+            .snapshotsRequested = record.snapshotsRequested != 0,
             .snapshotsUsed = record.snapshotsUsed != 0,
             .partitionsCopied = record.partitionsCopied,
             .bytesCopied = record.bytesCopied,

@@ -15,11 +15,7 @@ namespace {
 using kestrelkit::Disk;
 using kestrelkit::Exports;
 using kestrelkit::Library;
-using kestrelkit::Partition;
 using kestrelkit::PartitionStyle;
-using kestrelkit::Region;
-
-constexpr uint64_t kMiB = 1 << 20;
 
 // The wrapper over the library itself, on a machine.
 
@@ -369,57 +365,6 @@ TEST(WrapperListTest, AsksAgainWhenThereAreMoreThanThereWereButNotForEver)
     for (const Disk& disk : *disks) {
         EXPECT_NE(disk.number, 0u) << "no record is handed out that was not written";
     }
-}
-
-// Free regions.
-
-Partition At(uint64_t start, uint64_t length)
-{
-    Partition partition;
-    partition.startOffset = start;
-    partition.length = length;
-    return partition;
-}
-
-Disk DiskOf(PartitionStyle style, uint64_t size)
-{
-    return {.number = 0, .size = size, .sectorSize = 512, .style = style, .partitionCount = 0};
-}
-
-TEST(WrapperFreeRegionsTest, LieBetweenThePartitionsInWhateverOrder)
-{
-    const auto regions = kestrelkit::FreeRegions(DiskOf(PartitionStyle::Mbr, 64 * kMiB),
-                                                 {At(32 * kMiB, 8 * kMiB), At(kMiB, 2 * kMiB), At(2 * kMiB, kMiB)});
-
-    EXPECT_EQ(regions, (std::vector<Region>{{3 * kMiB, 29 * kMiB}, {40 * kMiB, 24 * kMiB}}));
-}
-
-TEST(WrapperFreeRegionsTest, BeginOnAMiBAndAreLeftOutWhenTheyAreSmaller)
-{
-    const auto regions =
-        kestrelkit::FreeRegions(DiskOf(PartitionStyle::Mbr, 64 * kMiB),
-                                {At(kMiB, 1000), At(3 * kMiB - 512, 512 + 10), At(5 * kMiB - 1, 60 * kMiB)});
-
-    EXPECT_EQ(regions, std::vector<Region>{}) << "from 2 to 3 MiB less a sector, and from 4 to 5 MiB less a byte";
-}
-
-TEST(WrapperFreeRegionsTest, EndBeforeTheSecondTableAndBeforeWhatAnMbrCannotName)
-{
-    EXPECT_EQ(kestrelkit::FreeRegions(DiskOf(PartitionStyle::Gpt, 64 * kMiB), {}),
-              (std::vector<Region>{{kMiB, 63 * kMiB - 34 * 512}}));
-    EXPECT_EQ(kestrelkit::FreeRegions(DiskOf(PartitionStyle::Mbr, 1ull << 42), {}),
-              (std::vector<Region>{{kMiB, (1ull << 41) - kMiB}}));
-    EXPECT_EQ(kestrelkit::FreeRegions(DiskOf(PartitionStyle::Raw, 64 * kMiB), {}), std::vector<Region>{});
-}
-
-TEST(WrapperFreeRegionsTest, AreNotConfusedByTablesThatSayNonsense)
-{
-    EXPECT_EQ(kestrelkit::FreeRegions(DiskOf(PartitionStyle::Gpt, 512), {}), std::vector<Region>{});
-    EXPECT_EQ(kestrelkit::FreeRegions(DiskOf(PartitionStyle::Mbr, 64 * kMiB), {At(8 * kMiB, UINT64_MAX)}),
-              (std::vector<Region>{{kMiB, 7 * kMiB}}));
-    EXPECT_EQ(kestrelkit::FreeRegions(DiskOf(PartitionStyle::Mbr, 64 * kMiB),
-                                      {At(kMiB, 60 * kMiB), At(2 * kMiB, kMiB), At(UINT64_MAX, 1)}),
-              (std::vector<Region>{{61 * kMiB, 3 * kMiB}}));
 }
 
 }  // namespace

@@ -80,10 +80,24 @@ TEST_F(AppTest, EveryFunctionOfTheHeaderIsLookedForInTheLibrary)
         }
     }
     std::vector<std::string> lookedFor;
-    kkctl::Exports().ForEach([&](const char* name, auto&) { lookedFor.emplace_back(name); });
+    (void)kkctl::FindCalls("x.dll", [&](const char* name) {
+        lookedFor.emplace_back(name);
+        return static_cast<void*>(&lookedFor);
+    });
 
     EXPECT_EQ(declared.size(), 22u);
     EXPECT_THAT(lookedFor, testing::UnorderedElementsAreArray(declared));
+}
+
+TEST(FindCallsTest, AFunctionThatTheLibraryLacksIsNamed)
+{
+    const auto allButOne = [](const char* name) {
+        static int function = 0;
+        return std::string(name) == "KkReboot" ? nullptr : static_cast<void*>(&function);
+    };
+
+    EXPECT_THAT([&] { (void)kkctl::FindCalls("x.dll", allButOne); },
+                testing::ThrowsMessage<kkctl::KitError>("x.dll has no function KkReboot"));
 }
 
 TEST_F(AppTest, ALibraryThatDoesNotLoadIsAFailure)

@@ -52,7 +52,7 @@ TEST_F(BackupTest, WithoutOptionsTheWholeDiskIsBackedUpAlone)
     EXPECT_EQ(call.usedBlocksOnly, 0u);
     EXPECT_EQ(call.omitRemove, 0u);
     EXPECT_EQ(call.useSnapshots, 0u);
-    EXPECT_EQ(call.setId, std::nullopt);
+    EXPECT_EQ(call.setId, "");
     EXPECT_EQ(call.setIndex, 0u);
     EXPECT_EQ(call.setCount, 1u);
     EXPECT_EQ(call.compact, 0u);

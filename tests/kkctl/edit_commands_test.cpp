@@ -159,7 +159,7 @@ TEST_F(EditCommandsTest, FormatIsQuickAndLeavesTheRestToTheLibrary)
 {
     EXPECT_EQ(Run({"format", "2", "1M"}), 0);
 
-    EXPECT_THAT(library.edits, ElementsAre("KkFormatPartition(2, 1048576, null, null, 1)"));
+    EXPECT_THAT(library.edits, ElementsAre("KkFormatPartition(2, 1048576, '', '', 1)"));
     EXPECT_EQ(out, "Formatted the partition at 1048576 of disk 2 (40.0 MiB, NTFS, D:)\n");
     EXPECT_TRUE(library.openedForWriting);
 }
@@ -170,10 +170,9 @@ TEST_F(EditCommandsTest, FormatHandsItsOptionsOn)
     EXPECT_EQ(Run({"format", "2", "1M", "--label", ""}), 0);
     EXPECT_EQ(Run({"format", "2", "1M", "--label", std::string(32, 'x')}), 0);
 
-    EXPECT_THAT(library.edits,
-                ElementsAre("KkFormatPartition(2, 1048576, 'exFAT', '\"M\u00FCll /Q\"', 0)",
-                            "KkFormatPartition(2, 1048576, null, null, 1)",
-                            "KkFormatPartition(2, 1048576, null, '\"" + std::string(32, 'x') + "\"', 1)"));
+    EXPECT_THAT(library.edits, ElementsAre("KkFormatPartition(2, 1048576, 'exFAT', '\"M\u00FCll /Q\"', 0)",
+                                           "KkFormatPartition(2, 1048576, '', '', 1)",
+                                           "KkFormatPartition(2, 1048576, '', '\"" + std::string(32, 'x') + "\"', 1)"));
 }
 
 TEST_F(EditCommandsTest, RebootTellsASimulatedMachineFromARealOne)

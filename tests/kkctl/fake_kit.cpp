@@ -215,28 +215,30 @@ class FakeKit : public kkctl::Kit {
 public:
     FakeKit()
     {
-        exports_.listDisks = ListDisks;
-        exports_.listPartitions = ListPartitions;
-        exports_.setDriveLetter = SetDriveLetter;
-        exports_.addMountPoint = AddMountPoint;
-        exports_.createPartition = CreatePartition;
-        exports_.deletePartition = DeletePartition;
-        exports_.extendPartition = ExtendPartition;
-        exports_.shrinkPartition = ShrinkPartition;
-        exports_.formatPartition = FormatPartition;
-        exports_.reboot = Reboot;
-        exports_.backup = Backup;
-        exports_.inspectImage = InspectImage;
-        exports_.mountImage = MountImage;
-        exports_.unmountImage = UnmountImage;
-        exports_.queryDiskImage = QueryDiskImage;
-        exports_.restorePartitions = RestorePartitions;
-        exports_.restoreToFreeSpace = RestoreToFreeSpace;
-        exports_.restoreToVolume = RestoreToVolume;
-        exports_.cloneVolume = CloneVolume;
-        exports_.mountImageOverlay = MountImageOverlay;
-        exports_.discardOverlay = DiscardOverlay;
-        exports_.recoverShrinkToFit = RecoverShrinkToFit;
+        kestrelkit::Exports exports;
+        exports.listDisks = ListDisks;
+        exports.listPartitions = ListPartitions;
+        exports.setDriveLetter = SetDriveLetter;
+        exports.addMountPoint = AddMountPoint;
+        exports.createPartition = CreatePartition;
+        exports.deletePartition = DeletePartition;
+        exports.extendPartition = ExtendPartition;
+        exports.shrinkPartition = ShrinkPartition;
+        exports.formatPartition = FormatPartition;
+        exports.reboot = Reboot;
+        exports.backup = Backup;
+        exports.inspectImage = InspectImage;
+        exports.mountImage = MountImage;
+        exports.unmountImage = UnmountImage;
+        exports.queryDiskImage = QueryDiskImage;
+        exports.restorePartitions = RestorePartitions;
+        exports.restoreToFreeSpace = RestoreToFreeSpace;
+        exports.restoreToVolume = RestoreToVolume;
+        exports.cloneVolume = CloneVolume;
+        exports.mountImageOverlay = MountImageOverlay;
+        exports.discardOverlay = DiscardOverlay;
+        exports.recoverShrinkToFit = RecoverShrinkToFit;
+        calls_ = kestrelkit::Library(exports);
     }
 
     bool IsSimulated() const override { return current->isSimulated; }

@@ -15,8 +15,8 @@ namespace kkctl {
 
 TEST(StatusNamesTest, StatusesOfTheLibraryBearTheNamesOfItsHeader)
 {
-    EXPECT_EQ(DescribeStatus(KK_STATUS_NO_MEMORY), "0xC0000017 KK_STATUS_NO_MEMORY (memory ran out)");
-    EXPECT_EQ(DescribeStatus(KK_STATUS_SUCCESS), "0x00000000 KK_STATUS_SUCCESS (success)");
+    EXPECT_EQ(DescribeStatus({KK_STATUS_NO_MEMORY}), "0xC0000017 KK_STATUS_NO_MEMORY (memory ran out)");
+    EXPECT_EQ(DescribeStatus({KK_STATUS_SUCCESS}), "0x00000000 KK_STATUS_SUCCESS (success)");
 }
 
 TEST(StatusNamesTest, EveryStatusOfTheHeaderHasAName)
@@ -27,7 +27,7 @@ TEST(StatusNamesTest, EveryStatusOfTheHeaderHasAName)
     for (std::string line; std::getline(header, line);) {
         if (std::smatch parts; std::regex_match(line, parts, definition)) {
             const auto value = static_cast<KK_STATUS>(std::stoul(parts[2], nullptr, 0));
-            EXPECT_THAT(DescribeStatus(value), testing::HasSubstr(" " + parts[1].str() + " ("));
+            EXPECT_THAT(DescribeStatus({value}), testing::HasSubstr(" " + parts[1].str() + " ("));
             ++count;
         }
     }
@@ -36,26 +36,26 @@ TEST(StatusNamesTest, EveryStatusOfTheHeaderHasAName)
 
 TEST(StatusNamesTest, StatusesOfTheSystemBearItsNames)
 {
-    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0xC0000043)),
+    EXPECT_EQ(DescribeStatus({static_cast<KK_STATUS>(0xC0000043)}),
               "0xC0000043 STATUS_SHARING_VIOLATION (the file or device is in use by another program)");
-    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0x80070050)),
+    EXPECT_EQ(DescribeStatus({static_cast<KK_STATUS>(0x80070050)}),
               "0x80070050 HRESULT of ERROR_FILE_EXISTS (the file exists already)");
 }
 
 TEST(StatusNamesTest, OtherResultsTellTheSystemErrorThatIsInThem)
 {
-    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0x800700E8)),
+    EXPECT_EQ(DescribeStatus({static_cast<KK_STATUS>(0x800700E8)}),
               "0x800700E8 (system error 232, which \"net helpmsg 232\" explains)");
-    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0x8007000D)),
+    EXPECT_EQ(DescribeStatus({static_cast<KK_STATUS>(0x8007000D)}),
               "0x8007000D (system error 13, which \"net helpmsg 13\" explains; "
               "or 0xC03A000D of the virtual-disk service, cut to 16 bits)");
 }
 
 TEST(StatusNamesTest, UnknownStatusesKeepTheirNumber)
 {
-    EXPECT_EQ(DescribeStatus(static_cast<KK_STATUS>(0xC0FFEE00)),
+    EXPECT_EQ(DescribeStatus({static_cast<KK_STATUS>(0xC0FFEE00)}),
               "0xC0FFEE00 (a status of the system without a name here)");
-    EXPECT_EQ(DescribeStatus(0x105), "0x00000105 (success)");
+    EXPECT_EQ(DescribeStatus({0x105}), "0x00000105 (success)");
 }
 
 TEST(TableTest, ColumnsAreAsWideAsTheirWidestCellAndLinesEndWithText)

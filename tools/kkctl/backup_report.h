@@ -4,7 +4,7 @@
 #include <ostream>
 #include <string>
 
-#include <kestrelkit/kestrelkit.h>
+#include <kestrelkit/kestrelkit_types.hpp>
 
 namespace kkctl {
 
@@ -13,7 +13,7 @@ struct BackupReport {
     uint32_t disk = 0;
     std::string image;     ///< the path as the user gave it
     std::string manifest;  ///< the file that the library writes beside the image
-    BackupResult result = {};
+    kestrelkit::Backup result;
 };
 
 void PrintBackupJson(std::ostream& out, const BackupReport& report);

@@ -25,7 +25,7 @@ Context Context::ForShellLine() const
     return line;
 }
 
-int Context::Fail(const std::string& what, KK_STATUS status) const
+int Context::Fail(const std::string& what, Status status) const
 {
     Err() << "kkctl: " << what << ": " << DescribeStatus(status) << '\n';
     return kExitFailure;

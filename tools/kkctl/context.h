@@ -45,7 +45,7 @@ public:
     bool AsksFirst() const { return environment_.inputIsTerminal && !assumeYes; }
 
     /// Reports a failed call on the error stream; returns the exit code.
-    int Fail(const std::string& what, KK_STATUS status) const;
+    int Fail(const std::string& what, Status status) const;
 
     KitOptions kitOptions;
     bool json = false;

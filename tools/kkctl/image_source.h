@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "image_contents.h"
+#include "kit.h"
 
 namespace kkctl {
 
@@ -15,6 +15,9 @@ struct ImageSource {
 
 /// "partition 3 of x.vhdx".
 std::string NameOf(const ImageSource& source);
+
+/// Asks the library what an image holds; throws CallError.
+Image InspectImage(const Kit& kit, const std::string& image);
 
 /// Looks for the partition in its image; throws ArgumentError when it is not there and CallError.
 ImagePartition FindInImage(const Kit& kit, const ImageSource& source);

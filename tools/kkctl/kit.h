@@ -6,66 +6,20 @@
 #include <string>
 #include <vector>
 
-#include <kestrelkit/kestrelkit.h>
+#include <kestrelkit/kestrelkit.hpp>
 
 namespace kkctl {
 
-/// UTF-16 text as the library takes it: of `char16_t` on the host, of `wchar_t` on Windows.
-using WideString = std::basic_string<KkWideChar>;
-
-/// The library's functions, found by name in the DLL that was loaded.
-struct Exports {
-    decltype(&KkListDisks) listDisks = nullptr;
-    decltype(&KkListPartitions) listPartitions = nullptr;
-    decltype(&KkSetDriveLetter) setDriveLetter = nullptr;
-    decltype(&KkAddMountPoint) addMountPoint = nullptr;
-    decltype(&KkCreatePartition) createPartition = nullptr;
-    decltype(&KkDeletePartition) deletePartition = nullptr;
-    decltype(&KkExtendPartition) extendPartition = nullptr;
-    decltype(&KkShrinkPartition) shrinkPartition = nullptr;
-    decltype(&KkFormatPartition) formatPartition = nullptr;
-    decltype(&KkReboot) reboot = nullptr;
-    decltype(&KkBackup) backup = nullptr;
-    decltype(&KkInspectImage) inspectImage = nullptr;
-    decltype(&KkMountImage) mountImage = nullptr;
-    decltype(&KkUnmountImage) unmountImage = nullptr;
-    decltype(&KkQueryDiskImage) queryDiskImage = nullptr;
-    decltype(&KkRestorePartitions) restorePartitions = nullptr;
-    decltype(&KkRestoreToFreeSpace) restoreToFreeSpace = nullptr;
-    decltype(&KkRestoreToVolume) restoreToVolume = nullptr;
-    decltype(&KkCloneVolume) cloneVolume = nullptr;
-    decltype(&KkMountImageOverlay) mountImageOverlay = nullptr;
-    decltype(&KkDiscardOverlay) discardOverlay = nullptr;
-    decltype(&KkRecoverShrinkToFit) recoverShrinkToFit = nullptr;
-
-    /// Shows every slot with its function's name to `visit`.
-    template <typename Visitor>
-    void ForEach(Visitor visit)
-    {
-        visit("KkListDisks", listDisks);
-        visit("KkListPartitions", listPartitions);
-        visit("KkSetDriveLetter", setDriveLetter);
-        visit("KkAddMountPoint", addMountPoint);
-        visit("KkCreatePartition", createPartition);
-        visit("KkDeletePartition", deletePartition);
-        visit("KkExtendPartition", extendPartition);
-        visit("KkShrinkPartition", shrinkPartition);
-        visit("KkFormatPartition", formatPartition);
-        visit("KkReboot", reboot);
-        visit("KkBackup", backup);
-        visit("KkInspectImage", inspectImage);
-        visit("KkMountImage", mountImage);
-        visit("KkUnmountImage", unmountImage);
-        visit("KkQueryDiskImage", queryDiskImage);
-        visit("KkRestorePartitions", restorePartitions);
-        visit("KkRestoreToFreeSpace", restoreToFreeSpace);
-        visit("KkRestoreToVolume", restoreToVolume);
-        visit("KkCloneVolume", cloneVolume);
-        visit("KkMountImageOverlay", mountImageOverlay);
-        visit("KkDiscardOverlay", discardOverlay);
-        visit("KkRecoverShrinkToFit", recoverShrinkToFit);
-    }
-};
+// The program's own words for what it lists and edits are those of the library's C++ interface.
+using kestrelkit::Disk;
+using kestrelkit::Image;
+using kestrelkit::ImagePartition;
+using kestrelkit::Partition;
+using kestrelkit::PartitionStyle;
+using kestrelkit::Region;
+using kestrelkit::Result;
+using kestrelkit::Status;
+using kestrelkit::WideString;
 
 /// What the command line says about the library and the machine it works on.
 struct KitOptions {
@@ -100,7 +54,7 @@ public:
     Kit& operator=(const Kit&) = delete;
     virtual ~Kit() = default;
 
-    const Exports& Calls() const { return exports_; }
+    const kestrelkit::Library& Calls() const { return calls_; }
 
     /// Whether the disks are files and the machine is not the one that the program runs on.
     virtual bool IsSimulated() const = 0;
@@ -112,8 +66,22 @@ public:
     virtual uint64_t ImageBytesWritten(const std::string& path) const = 0;
 
 protected:
-    Exports exports_;
+    kestrelkit::Library calls_{kestrelkit::Exports()};
 };
+
+/// Finds the library's functions; throws KitError when `address`, which knows them by their names, lacks one.
+template <typename Address>
+kestrelkit::Library FindCalls(const std::string& file, Address address)
+{
+    const auto find = [&](const char* function) {
+        void* const found = address(function);
+        if (found == nullptr) {
+            throw KitError(file + " has no function " + function);
+        }
+        return found;
+    };
+    return kestrelkit::Library(*kestrelkit::Exports::Found(find));
+}
 
 /// Loads the library; throws KitError. Defined once for Windows and once for the simulated machine.
 std::unique_ptr<Kit> OpenKit(const KitOptions& options);

@@ -71,12 +71,7 @@ private:
     void Load(const std::string& file)
     {
         dll_ = std::make_unique<machine::LoadedDll>(file);
-        exports_.ForEach([&](const char* function, auto& slot) {
-            slot = dll_->Export<std::remove_reference_t<decltype(slot)>>(function);
-            if (slot == nullptr) {
-                throw KitError(file + " has no function " + function);
-            }
-        });
+        calls_ = FindCalls(file, [this](const char* function) { return dll_->Export<void*>(function); });
     }
 
     machine::Machine machine_;

@@ -45,13 +45,8 @@ public:
         if (module == nullptr) {
             throw KitError("cannot load " + name + " (error " + std::to_string(GetLastError()) + ")");
         }
-        exports_.ForEach([&](const char* function, auto& slot) {
-            const auto address = reinterpret_cast<void*>(GetProcAddress(module, function));
-            if (address == nullptr) {
-                throw KitError(name + " has no function " + function);
-            }
-            slot = reinterpret_cast<std::remove_reference_t<decltype(slot)>>(address);
-        });
+        calls_ = FindCalls(
+            name, [module](const char* function) { return reinterpret_cast<void*>(GetProcAddress(module, function)); });
     }
 
     bool IsSimulated() const override { return false; }

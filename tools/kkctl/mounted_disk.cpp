@@ -6,10 +6,10 @@ namespace kkctl {
 
 void ReportMountedDisk(const Context& context, const MountedDisk& disk)
 {
-    const bool isKnown = disk.number != MountedDisk::kUnknown;
     if (!context.json) {
         context.Out() << "Mounted " << disk.image
-                      << (isKnown ? " as disk " + std::to_string(disk.number) : ", as a disk whose number is not known")
+                      << (disk.number ? " as disk " + std::to_string(*disk.number)
+                                      : ", as a disk whose number is not known")
                       << (disk.overlay.empty() ? "" : "; what is written to it goes into " + disk.overlay) << '\n';
         return;
     }
@@ -17,7 +17,7 @@ void ReportMountedDisk(const Context& context, const MountedDisk& disk)
     if (!disk.overlay.empty()) {
         document["overlay"] = disk.overlay;
     }
-    document["disk"] = isKnown ? nlohmann::ordered_json(disk.number) : nlohmann::ordered_json();
+    document["disk"] = disk.number ? nlohmann::ordered_json(*disk.number) : nlohmann::ordered_json();
     context.Out() << document.dump(2) << '\n';
 }
 

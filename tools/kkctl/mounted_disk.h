@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "context.h"
@@ -9,11 +10,9 @@ namespace kkctl {
 
 /// A disk that shows an image, and what is known of it.
 struct MountedDisk {
-    static constexpr uint32_t kUnknown = 0xFFFFFFFF;
-
     std::string image;
     std::string overlay = {};  ///< the file that takes what is written to the disk; empty: the image itself
-    uint32_t number = kUnknown;
+    std::optional<uint32_t> number = std::nullopt;
 };
 
 /// Tells which disk it is.

@@ -5,6 +5,8 @@
 #include <optional>
 #include <vector>
 
+#include <kestrelkit/kestrelkit_types.hpp>
+
 namespace kkctl {
 
 /// The partitions that a user named by their numbers; all when none was named.
@@ -38,9 +40,11 @@ struct PartitionChoice {
         return bytes;
     }
 
-    // As the library wants them.
-    const uint32_t* Pointer() const { return numbers.empty() ? nullptr : numbers.data(); }
-    uint32_t Count() const { return static_cast<uint32_t>(numbers.size()); }
+    /// As the library wants them.
+    kestrelkit::PartitionNumbers ForLibrary() const
+    {
+        return numbers.empty() ? std::nullopt : kestrelkit::PartitionNumbers(numbers);
+    }
 };
 
 }  // namespace kkctl

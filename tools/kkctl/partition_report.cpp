@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "text.h"
+
 namespace kkctl {
 
 void ReportPartition(Context& context, const std::string& done, const Place& place)
@@ -16,9 +18,9 @@ void ReportPartition(Context& context, const std::string& done, const Place& pla
         {"disk", place.disk},
         {"startOffset", place.start},
         {"length", partition.length},
-        {"fileSystemName", partition.fileSystemName},
+        {"fileSystemName", ToUtf8(partition.fileSystemName)},
         {"fileSystemSize", partition.fileSystemSize},
-        {"driveLetter", partition.driveLetter},
+        {"driveLetter", ToUtf8(partition.driveLetter)},
     };
     context.Out() << document.dump(2) << '\n';
 }

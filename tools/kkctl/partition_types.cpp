@@ -2,8 +2,6 @@
 
 #include <string_view>
 
-#include <kestrelkit/kestrelkit.h>
-
 namespace kkctl {
 
 namespace {
@@ -61,12 +59,12 @@ std::string FormatGuid(const GuidBytes& guid)
     return text;
 }
 
-const char* StyleName(uint32_t style)
+const char* StyleName(kestrelkit::PartitionStyle style)
 {
     switch (style) {
-    case KK_PARTITION_STYLE_MBR:
+    case kestrelkit::PartitionStyle::Mbr:
         return "MBR";
-    case KK_PARTITION_STYLE_GPT:
+    case kestrelkit::PartitionStyle::Gpt:
         return "GPT";
     default:
         return "RAW";

@@ -16,7 +16,7 @@ std::string DescribeFileSystem(const Partition& partition)
 {
     const uint64_t size = partition.fileSystemSize;
     const bool isSmaller = size != 0 && size < partition.length && partition.length - size >= kNoticeableRest;
-    return Printable(partition.fileSystemName) + (isSmaller ? " of only " + FormatSize(size) : "");
+    return Printable(ToUtf8(partition.fileSystemName)) + (isSmaller ? " of only " + FormatSize(size) : "");
 }
 
 }  // namespace
@@ -32,7 +32,7 @@ std::string DescribePlace(const Place& place, const std::optional<Partition>& pa
         return NameOf(place);
     }
     std::string details = FormatSize(partition->length);
-    for (const std::string& detail : {DescribeFileSystem(*partition), Printable(partition->driveLetter)}) {
+    for (const std::string& detail : {DescribeFileSystem(*partition), Printable(ToUtf8(partition->driveLetter))}) {
         details += detail.empty() ? "" : ", " + detail;
     }
     return NameOf(place) + " (" + details + ")";
@@ -40,10 +40,9 @@ std::string DescribePlace(const Place& place, const std::optional<Partition>& pa
 
 std::optional<Partition> FindPartition(const Kit& kit, const Place& place)
 {
-    std::vector<Partition> partitions;
-    (void)ListPartitions(kit, place.disk, partitions);
-    const auto found = std::ranges::find(partitions, place.start, &Partition::startOffset);
-    return found != partitions.end() ? std::optional(*found) : std::nullopt;
+    const auto partitions = kit.Calls().ListPartitions(place.disk);
+    const auto found = std::ranges::find(*partitions, place.start, &Partition::startOffset);
+    return found != partitions->end() ? std::optional(*found) : std::nullopt;
 }
 
 }  // namespace kkctl

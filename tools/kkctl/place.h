@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "inventory.h"
+#include "kit.h"
 
 namespace kkctl {
 

@@ -1,7 +1,5 @@
 #include "status_names.h"
 
-#include <cstdio>
-
 namespace kkctl {
 
 namespace {
@@ -138,13 +136,6 @@ constexpr bool AllDifferent()
 }
 static_assert(AllDifferent(), "a status has one name");
 
-std::string Hexadecimal(uint32_t value)
-{
-    char number[11];
-    (void)std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(value));
-    return number;
-}
-
 /// What is known of a result that has none of the names above.
 std::string DescribeUnnamed(uint32_t value)
 {
@@ -161,22 +152,23 @@ std::string DescribeUnnamed(uint32_t value)
     const std::string decimal = std::to_string(error);
     std::string text = "(system error " + decimal + ", which \"net helpmsg " + decimal + "\" explains";
     if (error <= kLastVirtualDiskError) {
-        text += "; or " + Hexadecimal(kVirtualDiskErrors | error) + " of the virtual-disk service, cut to 16 bits";
+        text += "; or " + Status{static_cast<KK_STATUS>(kVirtualDiskErrors | error)}.Text() +
+                " of the virtual-disk service, cut to 16 bits";
     }
     return text + ")";
 }
 
 }  // namespace
 
-std::string DescribeStatus(KK_STATUS status)
+std::string DescribeStatus(Status status)
 {
-    const uint32_t value = Value(status);
+    const uint32_t value = Value(status.code);
     for (const StatusName& known : kStatusNames) {
         if (known.value == value) {
-            return Hexadecimal(value) + " " + known.name + " (" + known.meaning + ")";
+            return status.Text() + " " + known.name + " (" + known.meaning + ")";
         }
     }
-    return Hexadecimal(value) + " " + DescribeUnnamed(value);
+    return status.Text() + " " + DescribeUnnamed(value);
 }
 
 }  // namespace kkctl

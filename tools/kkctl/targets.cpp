@@ -3,7 +3,6 @@
 #include <charconv>
 
 #include "call_error.h"
-#include "inventory.h"
 #include "place.h"
 #include "sizes.h"
 #include "text.h"
@@ -50,14 +49,13 @@ std::optional<Place> PlaceIn(std::string_view text)
     return disk && start ? std::optional(Place{*disk, *start}) : std::nullopt;
 }
 
-std::string VolumeAt(const Kit& kit, const Place& place)
+WideString VolumeAt(const Kit& kit, const Place& place)
 {
-    std::vector<Partition> partitions;
-    const KK_STATUS status = ListPartitions(kit, place.disk, partitions);
-    if (status < 0) {
-        throw CallError("listing the partitions of disk " + std::to_string(place.disk), status);
+    const auto partitions = kit.Calls().ListPartitions(place.disk);
+    if (!partitions) {
+        throw CallError("listing the partitions of disk " + std::to_string(place.disk), partitions.status);
     }
-    for (const Partition& partition : partitions) {
+    for (const Partition& partition : *partitions) {
         if (partition.startOffset == place.start && !partition.deviceName.empty()) {
             return partition.deviceName;
         }
@@ -87,7 +85,7 @@ WideString DiskPath(const Kit& kit, const std::string& disk)
 WideString VolumePath(const Kit& kit, const std::string& volume)
 {
     if (const std::optional<Place> place = PlaceIn(volume)) {
-        return Wide(VolumeAt(kit, *place));
+        return VolumeAt(kit, *place);
     }
     if (IsDriveLetter(volume)) {
         return Wide(R"(\\.\)" + volume.substr(0, 2));

@@ -34,9 +34,9 @@ int RunClone(Context& context, const Arguments& arguments)
         return kExitFailure;
     }
     auto progress = ShowWrites(context, ProgressPlan());
-    const KK_STATUS status = kit.Calls().cloneVolume(source.c_str(), target.c_str(), arguments.extends ? 1 : 0);
+    const Status status = kit.Calls().CloneVolume(source, target, arguments.extends);
     progress.reset();
-    if (status < 0) {
+    if (status.Failed()) {
         return context.Fail("cloning " + arguments.source + " onto " + arguments.target, status);
     }
     if (context.json) {

@@ -19,8 +19,8 @@ int RunDelete(Context& context, const Place& place)
     if (!ConfirmForPartition(context, "Delete", place, "and lose all that is on it")) {
         return kExitFailure;
     }
-    const KK_STATUS status = kit.Calls().deletePartition(place.disk, place.start);
-    if (status < 0) {
+    const Status status = kit.Calls().DeletePartition(place.disk, place.start);
+    if (status.Failed()) {
         return context.Fail("deleting " + NameOf(place), status);
     }
     if (context.json) {

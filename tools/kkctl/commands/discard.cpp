@@ -24,7 +24,7 @@ void RefuseBackups(const std::string& overlay)
     }
 }
 
-int ReportFailure(const Context& context, const std::string& overlay, KK_STATUS status, bool existedBefore)
+int ReportFailure(const Context& context, const std::string& overlay, Status status, bool existedBefore)
 {
     const int exitCode = context.Fail("detaching " + overlay, status);
     if (existedBefore && !FileExists(overlay)) {
@@ -42,8 +42,8 @@ int RunDiscard(Context& context, const std::string& overlay)
         return kExitFailure;
     }
     const bool existedBefore = FileExists(overlay);
-    const KK_STATUS status = kit.Calls().discardOverlay(path.c_str());
-    if (status < 0) {
+    const Status status = kit.Calls().DiscardOverlay(path);
+    if (status.Failed()) {
         return ReportFailure(context, overlay, status, existedBefore);
     }
     if (FileExists(overlay)) {

@@ -4,7 +4,6 @@
 #include <nlohmann/json.hpp>
 
 #include "context.h"
-#include "inventory.h"
 #include "partition_types.h"
 #include "sizes.h"
 #include "table.h"
@@ -20,7 +19,7 @@ void PrintJson(std::ostream& out, const std::vector<Disk>& disks)
         list.push_back({{"number", disk.number},
                         {"size", disk.size},
                         {"sectorSize", disk.sectorSize},
-                        {"partitionStyle", StyleName(disk.partitionStyle)},
+                        {"partitionStyle", StyleName(disk.style)},
                         {"partitionCount", disk.partitionCount}});
     }
     out << nlohmann::ordered_json{{"disks", list}}.dump(2) << '\n';
@@ -40,20 +39,18 @@ void PrintTable(std::ostream& out, const std::vector<Disk>& disks)
                  {"PARTITIONS", Align::Right}});
     for (const Disk& disk : disks) {
         table.AddRow({std::to_string(disk.number), FormatSize(disk.size), std::to_string(disk.size),
-                      std::to_string(disk.sectorSize), StyleName(disk.partitionStyle),
-                      std::to_string(disk.partitionCount)});
+                      std::to_string(disk.sectorSize), StyleName(disk.style), std::to_string(disk.partitionCount)});
     }
     table.Print(out);
 }
 
 int ShowDisks(Context& context)
 {
-    std::vector<Disk> disks;
-    const KK_STATUS status = ListDisks(context.OpenedKit(), disks);
-    if (status < 0) {
-        return context.Fail("listing the disks", status);
+    const auto disks = context.OpenedKit().Calls().ListDisks();
+    if (!disks) {
+        return context.Fail("listing the disks", disks.status);
     }
-    context.json ? PrintJson(context.Out(), disks) : PrintTable(context.Out(), disks);
+    context.json ? PrintJson(context.Out(), *disks) : PrintTable(context.Out(), *disks);
     return kExitSuccess;
 }
 

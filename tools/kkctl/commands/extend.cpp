@@ -20,9 +20,9 @@ struct Arguments {
 int RunExtend(Context& context, const Arguments& arguments)
 {
     const Place& place = arguments.place;
-    const KK_STATUS status =
-        context.OpenedKitForWriting().Calls().extendPartition(place.disk, place.start, arguments.size);
-    if (status < 0) {
+    const Status status =
+        context.OpenedKitForWriting().Calls().ExtendPartition(place.disk, place.start, arguments.size);
+    if (status.Failed()) {
         return context.Fail("extending " + NameOf(place), status);
     }
     ReportPartition(context, "Extended", place);

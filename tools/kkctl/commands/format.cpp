@@ -58,10 +58,9 @@ int RunFormat(Context& context, const Arguments& arguments)
         return kExitFailure;
     }
     const WideString fileSystem(arguments.fileSystem.begin(), arguments.fileSystem.end());
-    const KK_STATUS status = kit.Calls().formatPartition(
-        static_cast<int32_t>(place.disk), place.start, fileSystem.empty() ? nullptr : fileSystem.c_str(),
-        arguments.label.empty() ? nullptr : arguments.label.c_str(), arguments.isFull ? 0 : 1);
-    if (status < 0) {
+    const Status status =
+        kit.Calls().FormatPartition(place.disk, place.start, fileSystem, arguments.label, !arguments.isFull);
+    if (status.Failed()) {
         return context.Fail("formatting " + NameOf(place), status);
     }
     ReportPartition(context, "Formatted", place);

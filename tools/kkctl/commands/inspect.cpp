@@ -7,56 +7,57 @@
 
 #include "arguments.h"
 #include "context.h"
-#include "image_contents.h"
+#include "partition_types.h"
 #include "sizes.h"
 #include "table.h"
+#include "text.h"
 
 namespace kkctl {
 
 namespace {
 
-bool IsGpt(const ImageContents& contents)
+bool IsGpt(const Image& contents)
 {
-    return contents.partitionStyle == KK_PARTITION_STYLE_GPT;
+    return contents.style == PartitionStyle::Gpt;
 }
 
 /// For an MBR the library's label is the name of the type.
-std::string TypeText(const ImageContents& contents, const ImagePartition& partition)
+std::string TypeText(const Image& contents, const ImagePartition& partition)
 {
     if (!IsGpt(contents)) {
-        return partition.name;
+        return ToUtf8(partition.name);
     }
     const std::string name = GptTypeName(partition.typeGuid);
     return name.empty() ? FormatGuid(partition.typeGuid) : name;
 }
 
-nlohmann::ordered_json ToJson(const ImageContents& contents, const ImagePartition& partition)
+nlohmann::ordered_json ToJson(const Image& contents, const ImagePartition& partition)
 {
     return {{"number", partition.number},
-            {"startOffset", partition.startOffset},
+            {"startOffset", partition.offset},
             {"length", partition.length},
             {"typeGuid", FormatGuid(partition.typeGuid)},
-            {"typeName", IsGpt(contents) ? GptTypeName(partition.typeGuid) : partition.name},
-            {"name", IsGpt(contents) ? partition.name : ""}};
+            {"typeName", IsGpt(contents) ? GptTypeName(partition.typeGuid) : ToUtf8(partition.name)},
+            {"name", IsGpt(contents) ? ToUtf8(partition.name) : ""}};
 }
 
-void PrintJson(std::ostream& out, const std::string& image, const ImageContents& contents)
+void PrintJson(std::ostream& out, const std::string& image, const Image& contents)
 {
     auto partitions = nlohmann::ordered_json::array();
     for (const ImagePartition& partition : contents.partitions) {
         partitions.push_back(ToJson(contents, partition));
     }
     const nlohmann::ordered_json document = {{"image", image},
-                                             {"size", contents.size},
-                                             {"sectorSize", contents.sectorSize},
+                                             {"size", contents.virtualSize},
+                                             {"sectorSize", contents.logicalSectorSize},
                                              {"blockSize", contents.blockSize},
-                                             {"partitionStyle", StyleName(contents.partitionStyle)},
+                                             {"partitionStyle", StyleName(contents.style)},
                                              {"diskGuid", FormatGuid(contents.diskGuid)},
                                              {"partitions", partitions}};
     out << document.dump(2) << '\n';
 }
 
-void PrintPartitions(std::ostream& out, const ImageContents& contents)
+void PrintPartitions(std::ostream& out, const Image& contents)
 {
     if (contents.partitions.empty()) {
         out << "The image has no partitions.\n";
@@ -69,20 +70,20 @@ void PrintPartitions(std::ostream& out, const ImageContents& contents)
                  {"TYPE"},
                  {"NAME"}});
     for (const ImagePartition& partition : contents.partitions) {
-        table.AddRow({std::to_string(partition.number), std::to_string(partition.startOffset),
+        table.AddRow({std::to_string(partition.number), std::to_string(partition.offset),
                       std::to_string(partition.length), FormatSize(partition.length), TypeText(contents, partition),
-                      IsGpt(contents) ? partition.name : ""});
+                      IsGpt(contents) ? ToUtf8(partition.name) : ""});
     }
     table.Print(out);
 }
 
-void PrintText(std::ostream& out, const std::string& image, const ImageContents& contents)
+void PrintText(std::ostream& out, const std::string& image, const Image& contents)
 {
     out << "Image       " << image << '\n';
-    out << "Disk size   " << FormatSize(contents.size) << " (" << contents.size << " bytes)\n";
-    out << "Sector      " << contents.sectorSize << " bytes\n";
+    out << "Disk size   " << FormatSize(contents.virtualSize) << " (" << contents.virtualSize << " bytes)\n";
+    out << "Sector      " << contents.logicalSectorSize << " bytes\n";
     out << "Block       " << FormatSize(contents.blockSize) << '\n';
-    out << "Style       " << StyleName(contents.partitionStyle) << '\n';
+    out << "Style       " << StyleName(contents.style) << '\n';
     if (IsGpt(contents)) {
         out << "Disk GUID   " << FormatGuid(contents.diskGuid) << '\n';
     }
@@ -92,7 +93,7 @@ void PrintText(std::ostream& out, const std::string& image, const ImageContents&
 
 int RunInspect(Context& context, const std::string& image)
 {
-    const ImageContents contents = InspectImage(context.OpenedKit(), image);
+    const Image contents = InspectImage(context.OpenedKit(), image);
     context.json ? PrintJson(context.Out(), image, contents) : PrintText(context.Out(), image, contents);
     return kExitSuccess;
 }

@@ -13,19 +13,14 @@ namespace kkctl {
 
 namespace {
 
-constexpr KkWideChar kNoLetter = 0;
-
 struct Arguments {
     Place place;
-    KkWideChar letter = kNoLetter;
+    std::optional<KkWideChar> letter;  ///< none: only take the old one away
 };
 
-/// The letter in upper case, or kNoLetter for "none".
+/// The letter in upper case.
 std::optional<KkWideChar> ParseLetter(const std::string& text)
 {
-    if (text == "none") {
-        return kNoLetter;
-    }
     if (text.size() != 1) {
         return std::nullopt;
     }
@@ -36,15 +31,15 @@ std::optional<KkWideChar> ParseLetter(const std::string& text)
 int RunLetter(Context& context, const Arguments& arguments)
 {
     const Place& place = arguments.place;
-    const KK_STATUS status = context.OpenedKit().Calls().setDriveLetter(place.disk, place.start, arguments.letter);
-    if (status < 0) {
+    const Status status = context.OpenedKit().Calls().SetDriveLetter(place.disk, place.start, arguments.letter);
+    if (status.Failed()) {
         const int exitCode = context.Fail("setting the letter of " + NameOf(place), status);
-        if (status == KK_E_ACCESSDENIED || status == KK_STATUS_NO_MEDIA_IN_DEVICE) {
+        if (status.code == KK_E_ACCESSDENIED || status.code == KK_STATUS_NO_MEDIA_IN_DEVICE) {
             context.Err() << "kkctl: if it had a letter before, that is gone\n";
         }
         return exitCode;
     }
-    ReportPartition(context, arguments.letter == kNoLetter ? "Took the letter away from" : "Gave a letter to", place);
+    ReportPartition(context, arguments.letter ? "Gave a letter to" : "Took the letter away from", place);
     return kExitSuccess;
 }
 
@@ -56,9 +51,8 @@ void AddLetter(CLI::App& app, Context& context)
     const auto arguments = std::make_shared<Arguments>();
     AddPlaceArguments(*command, arguments->place);
     const auto parse = [arguments](const CLI::results_t& texts) {
-        const std::optional<KkWideChar> letter = ParseLetter(texts.front());
-        arguments->letter = letter.value_or(kNoLetter);
-        return letter.has_value();
+        arguments->letter = ParseLetter(texts.front());
+        return arguments->letter || texts.front() == "none";
     };
     command->add_option("LETTER", parse, "A to Z, or none to take the letter away")->required()->type_name("");
     command->callback(

@@ -15,12 +15,11 @@ namespace {
 int RunMount(Context& context, const std::string& image)
 {
     const Kit& kit = context.OpenedKit();
-    MountedDisk mounted = {.image = image};
-    const KK_STATUS status = kit.Calls().mountImage(kit.ToLibraryPath(image).c_str(), &mounted.number);
-    if (status < 0) {
-        return context.Fail("mounting " + image, status);
+    const auto disk = kit.Calls().MountImage(kit.ToLibraryPath(image));
+    if (!disk) {
+        return context.Fail("mounting " + image, disk.status);
     }
-    ReportMountedDisk(context, mounted);
+    ReportMountedDisk(context, {.image = image, .number = *disk});
     return kExitSuccess;
 }
 

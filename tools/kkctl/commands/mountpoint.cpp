@@ -25,8 +25,8 @@ int RunMountpoint(Context& context, const Arguments& arguments)
     const Kit& kit = context.OpenedKit();
     const Place& place = arguments.place;
     const WideString path = LibraryPathWithin(kit, arguments.directory, kMaxDirectoryUnits, "a mount point");
-    const KK_STATUS status = kit.Calls().addMountPoint(place.disk, place.start, path.c_str());
-    if (status < 0) {
+    const Status status = kit.Calls().AddMountPoint(place.disk, place.start, path);
+    if (status.Failed()) {
         return context.Fail("mounting " + NameOf(place) + " on " + arguments.directory, status);
     }
     if (context.json) {

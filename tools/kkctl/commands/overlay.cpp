@@ -20,14 +20,13 @@ struct Arguments {
 int RunOverlay(Context& context, const Arguments& arguments)
 {
     const Kit& kit = context.OpenedKit();
-    MountedDisk mounted = {.image = arguments.image, .overlay = arguments.overlay};
     const WideString image = kit.ToLibraryPath(arguments.image);
     const WideString overlay = kit.ToLibraryPath(arguments.overlay);
-    const KK_STATUS status = kit.Calls().mountImageOverlay(image.c_str(), overlay.c_str(), &mounted.number);
-    if (status < 0) {
-        return context.Fail("mounting " + arguments.image + " with the overlay " + arguments.overlay, status);
+    const auto disk = kit.Calls().MountImageOverlay(image, overlay);
+    if (!disk) {
+        return context.Fail("mounting " + arguments.image + " with the overlay " + arguments.overlay, disk.status);
     }
-    ReportMountedDisk(context, mounted);
+    ReportMountedDisk(context, {.image = arguments.image, .overlay = arguments.overlay, .number = *disk});
     return kExitSuccess;
 }
 

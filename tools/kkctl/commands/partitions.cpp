@@ -8,10 +8,11 @@
 
 #include "arguments.h"
 #include "context.h"
-#include "free_regions.h"
-#include "inventory.h"
+#include "partition_types.h"
 #include "sizes.h"
 #include "table.h"
+#include "text.h"
+#include "usable_gaps.h"
 
 namespace kkctl {
 
@@ -60,12 +61,12 @@ nlohmann::ordered_json ToJson(const Partition& partition)
             {"typeGuid", FormatGuid(partition.typeGuid)},
             {"mbrType", partition.mbrType},
             {"typeName", KnownTypeName(partition)},
-            {"name", partition.name},
-            {"driveLetter", partition.driveLetter},
+            {"name", ToUtf8(partition.name)},
+            {"driveLetter", ToUtf8(partition.driveLetter)},
             {"fileSystemSize", partition.fileSystemSize},
-            {"fileSystemName", partition.fileSystemName},
-            {"deviceName", partition.deviceName},
-            {"volumePath", partition.volumePath}};
+            {"fileSystemName", ToUtf8(partition.fileSystemName)},
+            {"deviceName", ToUtf8(partition.deviceName)},
+            {"volumePath", ToUtf8(partition.volumePath)}};
 }
 
 void PrintJson(std::ostream& out, uint32_t disk, const Contents& contents)
@@ -103,13 +104,13 @@ void PrintTable(std::ostream& out, const std::vector<Partition>& partitions, boo
                                         std::to_string(partition.length),
                                         FormatSize(partition.length),
                                         TypeText(partition),
-                                        partition.name,
-                                        partition.fileSystemName,
-                                        partition.driveLetter,
-                                        partition.deviceName};
+                                        ToUtf8(partition.name),
+                                        ToUtf8(partition.fileSystemName),
+                                        ToUtf8(partition.driveLetter),
+                                        ToUtf8(partition.deviceName)};
         if (isLong) {
             row.insert(row.end(), {partition.fileSystemSize == 0 ? "" : std::to_string(partition.fileSystemSize),
-                                   TypeNumber(partition), partition.volumePath});
+                                   TypeNumber(partition), ToUtf8(partition.volumePath)});
         }
         table.AddRow(row);
     }
@@ -127,40 +128,36 @@ void PrintFreeRegions(std::ostream& out, const std::vector<Region>& regions)
 }
 
 /// A disk that the library leaves out of its list has no free regions that could be told.
-KK_STATUS Look(const Kit& kit, uint32_t diskNumber, Contents& contents)
+Result<Contents> Look(const Kit& kit, uint32_t diskNumber)
 {
-    KK_STATUS status = ListPartitions(kit, diskNumber, contents.partitions);
-    if (status < 0) {
-        return status;
+    const auto partitions = kit.Calls().ListPartitions(diskNumber);
+    if (!partitions) {
+        return {partitions.status};
     }
-    std::vector<Disk> disks;
-    status = ListDisks(kit, disks);
-    const auto disk = std::ranges::find(disks, diskNumber, &Disk::number);
-    if (disk != disks.end()) {
-        contents.freeRegions = FreeRegions(*disk, contents.partitions);
-    }
-    return status;
+    const auto disks = kit.Calls().ListDisks();
+    const auto disk = std::ranges::find(*disks, diskNumber, &Disk::number);
+    const bool isListed = disk != disks->end();
+    return {disks.status, {*partitions, isListed ? UsableGaps(*disk, *partitions) : std::vector<Region>()}};
 }
 
 int ShowPartitions(Context& context, const Arguments& arguments)
 {
-    Contents contents;
-    const KK_STATUS status = Look(context.OpenedKit(), arguments.disk, contents);
-    if (status < 0) {
-        return context.Fail("listing the partitions of disk " + std::to_string(arguments.disk), status);
+    const auto contents = Look(context.OpenedKit(), arguments.disk);
+    if (!contents) {
+        return context.Fail("listing the partitions of disk " + std::to_string(arguments.disk), contents.status);
     }
     std::ostream& out = context.Out();
     if (context.json) {
-        PrintJson(out, arguments.disk, contents);
+        PrintJson(out, arguments.disk, *contents);
         return kExitSuccess;
     }
-    if (contents.partitions.empty()) {
+    if (contents->partitions.empty()) {
         out << "Disk " << arguments.disk << " has no partitions.\n";
     } else {
-        PrintTable(out, contents.partitions, arguments.isLong);
+        PrintTable(out, contents->partitions, arguments.isLong);
     }
-    if (!contents.freeRegions.empty()) {
-        PrintFreeRegions(out, contents.freeRegions);
+    if (!contents->freeRegions.empty()) {
+        PrintFreeRegions(out, contents->freeRegions);
     }
     return kExitSuccess;
 }

@@ -13,21 +13,18 @@ namespace kkctl {
 
 namespace {
 
-constexpr uint32_t kLongestPathUnits = 32768;
-
 int RunQuery(Context& context, uint32_t disk)
 {
-    uint32_t isImage = 0;
-    WideString path(kLongestPathUnits, KkWideChar{0});
-    const KK_STATUS status = context.OpenedKit().Calls().queryDiskImage(disk, &isImage, path.data(), kLongestPathUnits);
-    if (status < 0) {
-        return context.Fail("asking what disk " + std::to_string(disk) + " is", status);
+    const auto path = context.OpenedKit().Calls().QueryDiskImage(disk);
+    if (!path) {
+        return context.Fail("asking what disk " + std::to_string(disk) + " is", path.status);
     }
-    const std::string image = ToUtf8(path.c_str());
+    const bool isImage = path->has_value();
+    const std::string image = ToUtf8(path->value_or(WideString()));
     if (context.json) {
-        const nlohmann::ordered_json document = {{"disk", disk}, {"isImage", isImage != 0}, {"image", image}};
+        const nlohmann::ordered_json document = {{"disk", disk}, {"isImage", isImage}, {"image", image}};
         context.Out() << document.dump(2) << '\n';
-    } else if (isImage != 0) {
+    } else if (isImage) {
         context.Out() << "Disk " << disk << " shows the image " << Printable(image) << '\n';
     } else {
         context.Out() << "Disk " << disk << " shows no image.\n";

@@ -16,8 +16,8 @@ int RunReboot(Context& context)
     if (!Confirm(context, "Restart the machine now and lose what other programs have not saved?")) {
         return kExitFailure;
     }
-    const KK_STATUS status = kit.Calls().reboot();
-    if (status < 0) {
+    const Status status = kit.Calls().Reboot();
+    if (status.Failed()) {
         return context.Fail("restarting the machine", status);
     }
     if (context.json) {

@@ -35,13 +35,13 @@ int RunRecover(Context& context, const Arguments& arguments)
     }
     const bool hadLeftover = FileExists(arguments.source.image + ".rec.avhdx");
     auto progress = ShowWrites(context, {partition.length, true});
-    const KK_STATUS status = kit.Calls().recoverShrinkToFit(image.c_str(), static_cast<int32_t>(partition.number),
-                                                            arguments.target.disk, arguments.target.start);
+    const Status status =
+        kit.Calls().RecoverShrinkToFit(image, partition.number, arguments.target.disk, arguments.target.start);
     progress.reset();
-    if (status < 0) {
+    if (status.Failed()) {
         const int exitCode =
             context.Fail("recovering " + NameOf(arguments.source) + " into " + NameOf(arguments.target), status);
-        if (hadLeftover && status == kOverlayExisted) {
+        if (hadLeftover && status.code == kOverlayExisted) {
             context.Err() << "kkctl: an overlay that an earlier run had left was in the way; try again\n";
         }
         return exitCode;

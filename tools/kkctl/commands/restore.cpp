@@ -9,8 +9,6 @@
 #include "arguments.h"
 #include "confirmation.h"
 #include "context.h"
-#include "image_contents.h"
-#include "inventory.h"
 #include "targets.h"
 #include "write_progress.h"
 
@@ -42,9 +40,9 @@ std::string SourceName(const Arguments& arguments)
 }
 
 /// The library takes no notice of numbers that do not exist, and writes a table for the image's sectors.
-void CheckAgainst(const Kit& kit, const ImageContents& contents, const Arguments& arguments)
+void CheckAgainst(const Kit& kit, const Image& contents, const Arguments& arguments)
 {
-    if (contents.partitionStyle == KK_PARTITION_STYLE_MBR) {
+    if (contents.style == PartitionStyle::Mbr) {
         throw ArgumentError(arguments.image +
                             " has an MBR, and restore needs a GPT; restore-free and restore-volume take both");
     }
@@ -52,16 +50,15 @@ void CheckAgainst(const Kit& kit, const ImageContents& contents, const Arguments
         throw ArgumentError(arguments.image + " has no partition " + std::to_string(*missing));
     }
     const std::optional<uint32_t> number = DiskNumberIn(arguments.target);
-    std::vector<Disk> disks;
-    (void)ListDisks(kit, disks);
-    const auto disk = std::ranges::find(disks, number, [](const Disk& one) { return std::optional(one.number); });
-    if (disk != disks.end() && disk->sectorSize != contents.sectorSize) {
-        throw ArgumentError("the image has sectors of " + std::to_string(contents.sectorSize) + " bytes, disk " +
+    const auto disks = kit.Calls().ListDisks();
+    const auto disk = std::ranges::find(*disks, number, [](const Disk& one) { return std::optional(one.number); });
+    if (disk != disks->end() && disk->sectorSize != contents.logicalSectorSize) {
+        throw ArgumentError("the image has sectors of " + std::to_string(contents.logicalSectorSize) + " bytes, disk " +
                             arguments.target + " of " + std::to_string(disk->sectorSize));
     }
 }
 
-void Report(Context& context, const ImageContents& contents, const Arguments& arguments)
+void Report(Context& context, const Image& contents, const Arguments& arguments)
 {
     if (!context.json) {
         context.Out() << "Restored " << SourceName(arguments) << " onto " << TargetName(arguments)
@@ -84,7 +81,7 @@ void Report(Context& context, const ImageContents& contents, const Arguments& ar
 int RunRestore(Context& context, const Arguments& arguments)
 {
     const Kit& kit = context.OpenedKitForWriting();
-    const ImageContents contents = InspectImage(kit, arguments.image);
+    const Image contents = InspectImage(kit, arguments.image);
     CheckAgainst(kit, contents, arguments);
     const WideString image = kit.ToLibraryPath(arguments.image);
     const WideString target = DiskPath(kit, arguments.target);
@@ -94,11 +91,10 @@ int RunRestore(Context& context, const Arguments& arguments)
         return kExitFailure;
     }
     auto progress = ShowWrites(context, {arguments.partitions.BytesIn(contents.partitions), true});
-    const KK_STATUS status =
-        kit.Calls().restorePartitions(image.c_str(), target.c_str(), arguments.partitions.Pointer(),
-                                      arguments.partitions.Count(), arguments.writesTable ? 1 : 0);
+    const Status status =
+        kit.Calls().RestorePartitions(image, target, arguments.partitions.ForLibrary(), arguments.writesTable);
     progress.reset();
-    if (status < 0) {
+    if (status.Failed()) {
         return context.Fail("restoring " + SourceName(arguments) + " onto " + TargetName(arguments), status);
     }
     Report(context, contents, arguments);

@@ -16,8 +16,7 @@ namespace {
 struct Arguments {
     ImageSource source;
     uint32_t disk = 0;
-    uint64_t regionStart = 0;
-    uint64_t regionLength = 0;
+    Region region;
     bool keepsSize = false;
 };
 
@@ -25,14 +24,13 @@ struct Arguments {
 /// partition is not listed yet.
 Place FindNewPartition(const Kit& kit, const Arguments& arguments)
 {
-    std::vector<Partition> partitions;
-    (void)ListPartitions(kit, arguments.disk, partitions);
-    Place place = {arguments.disk, arguments.regionStart};
-    uint64_t distance = arguments.regionLength;
-    for (const Partition& partition : partitions) {
-        const bool isBehind = partition.startOffset >= arguments.regionStart;
-        if (isBehind && partition.startOffset - arguments.regionStart < distance) {
-            distance = partition.startOffset - arguments.regionStart;
+    const auto partitions = kit.Calls().ListPartitions(arguments.disk);
+    Place place = {arguments.disk, arguments.region.start};
+    uint64_t distance = arguments.region.length;
+    for (const Partition& partition : *partitions) {
+        const bool isBehind = partition.startOffset >= arguments.region.start;
+        if (isBehind && partition.startOffset - arguments.region.start < distance) {
+            distance = partition.startOffset - arguments.region.start;
             place.start = partition.startOffset;
         }
     }
@@ -45,11 +43,10 @@ int RunRestoreFree(Context& context, const Arguments& arguments)
     const ImagePartition partition = FindInImage(kit, arguments.source);
     const WideString image = kit.ToLibraryPath(arguments.source.image);
     auto progress = ShowWrites(context, {partition.length, true});
-    const KK_STATUS status =
-        kit.Calls().restoreToFreeSpace(image.c_str(), partition.number, arguments.disk, arguments.regionStart,
-                                       arguments.regionLength, arguments.keepsSize ? 1 : 0);
+    const Status status =
+        kit.Calls().RestoreToFreeSpace(image, partition.number, arguments.disk, arguments.region, arguments.keepsSize);
     progress.reset();
-    if (status < 0) {
+    if (status.Failed()) {
         return context.Fail("restoring " + NameOf(arguments.source) + " into free space of disk " +
                                 std::to_string(arguments.disk),
                             status);
@@ -67,8 +64,8 @@ void AddRestoreFree(CLI::App& app, Context& context)
     const auto arguments = std::make_shared<Arguments>();
     AddImageSourceArguments(*command, arguments->source);
     AddDiskArgument(*command, arguments->disk);
-    AddBytesArgument(*command, "START", arguments->regionStart, "Where the free region starts, in bytes")->required();
-    AddBytesArgument(*command, "LENGTH", arguments->regionLength, "Length of the free region")->required();
+    AddBytesArgument(*command, "START", arguments->region.start, "Where the free region starts, in bytes")->required();
+    AddBytesArgument(*command, "LENGTH", arguments->region.length, "Length of the free region")->required();
     command->add_flag("--keep-size", arguments->keepsSize,
                       "Make the new partition as large as it is in the image, not as the region");
     command->footer(

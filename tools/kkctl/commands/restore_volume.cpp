@@ -32,10 +32,9 @@ int RunRestoreVolume(Context& context, const Arguments& arguments)
         return kExitFailure;
     }
     auto progress = ShowWrites(context, {partition.length, true});
-    const KK_STATUS status =
-        kit.Calls().restoreToVolume(image.c_str(), partition.number, volume.c_str(), arguments.extends ? 1 : 0);
+    const Status status = kit.Calls().RestoreToVolume(image, partition.number, volume, arguments.extends);
     progress.reset();
-    if (status < 0) {
+    if (status.Failed()) {
         return context.Fail("restoring " + NameOf(arguments.source) + " onto " + arguments.volume, status);
     }
     if (context.json) {

@@ -27,8 +27,8 @@ int RunShrink(Context& context, const Arguments& arguments)
     if (!ConfirmForPartition(context, "Shrink", place, "to " + size)) {
         return kExitFailure;
     }
-    const KK_STATUS status = kit.Calls().shrinkPartition(place.disk, place.start, arguments.size);
-    if (status < 0) {
+    const Status status = kit.Calls().ShrinkPartition(place.disk, place.start, arguments.size);
+    if (status.Failed()) {
         return context.Fail("shrinking " + NameOf(place), status);
     }
     ReportPartition(context, "Shrunk", place);

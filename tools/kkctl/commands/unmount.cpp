@@ -15,8 +15,8 @@ namespace {
 int RunUnmount(Context& context, const std::string& image)
 {
     const Kit& kit = context.OpenedKit();
-    const KK_STATUS status = kit.Calls().unmountImage(kit.ToLibraryPath(image).c_str());
-    if (status < 0) {
+    const Status status = kit.Calls().UnmountImage(kit.ToLibraryPath(image));
+    if (status.Failed()) {
         return context.Fail("unmounting " + image, status);
     }
     if (context.json) {
