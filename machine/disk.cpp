@@ -10,6 +10,25 @@
 
 namespace machine {
 
+namespace {
+
+/// What reads and writes of the driver have in common: whole sectors inside the disk.
+Status CheckTransfer(const Disk& disk, uint64_t offset, uint64_t length)
+{
+    if (!disk.IsPresent()) {
+        return kNoSuchDevice;
+    }
+    if (offset % disk.SectorSize() != 0 || length % disk.SectorSize() != 0) {
+        return kInvalidParameter;
+    }
+    if (disk.behaviour.noMedia) {
+        return kNoMediaInDevice;
+    }
+    return offset > disk.Size() || length > disk.Size() - offset ? kNonexistentSector : kSuccess;
+}
+
+}  // namespace
+
 /// Tells the observers of every write before it happens, whoever writes.
 class Disk::ObservedStorage final : public Storage {
 public:
@@ -46,34 +65,16 @@ Disk::Disk(Machine& machine, uint32_t number, std::unique_ptr<Storage> storage, 
 
 Status Disk::Read(uint64_t offset, std::span<uint8_t> into)
 {
-    if (!IsPresent()) {
-        return kNoSuchDevice;
-    }
-    if (offset % sectorSize_ != 0 || into.size() % sectorSize_ != 0) {
-        return kInvalidParameter;
-    }
-    if (behaviour.noMedia) {
-        return kNoMediaInDevice;
-    }
-    if (offset > size_ || into.size() > size_ - offset) {
-        return kNonexistentSector;
+    if (const Status status = CheckTransfer(*this, offset, into.size()); status != kSuccess) {
+        return status;
     }
     return storage_->Read(offset, into) ? kSuccess : kIoDeviceError;
 }
 
 Status Disk::Write(uint64_t offset, std::span<const uint8_t> from)
 {
-    if (!IsPresent()) {
-        return kNoSuchDevice;
-    }
-    if (offset % sectorSize_ != 0 || from.size() % sectorSize_ != 0) {
-        return kInvalidParameter;
-    }
-    if (behaviour.noMedia) {
-        return kNoMediaInDevice;
-    }
-    if (offset > size_ || from.size() > size_ - offset) {
-        return kNonexistentSector;
+    if (const Status status = CheckTransfer(*this, offset, from.size()); status != kSuccess) {
+        return status;
     }
     if (behaviour.readOnly) {
         return kMediaWriteProtected;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "machine/boot_record.h"
 #include "machine/gpt_copy.h"
 #include "machine/table_builder.h"
 
@@ -34,9 +35,7 @@ void WriteProtectiveMbr(Storage& storage, uint32_t sectorSize, uint64_t sectorCo
     const uint64_t covered = std::min<uint64_t>(sectorCount - 1, 0xFFFFFFFF);
     mbr.entries[0] = {0, {0x00, 0x02, 0x00}, kProtectiveType, {0xFF, 0xFF, 0xFF}, 1, static_cast<uint32_t>(covered)};
     mbr.mark = kBootMark;
-    std::vector<uint8_t> sector(sectorSize);
-    PutRecord(sector, 0, mbr);
-    storage.Write(0, sector);
+    WriteBootRecord(storage, {0, std::vector<uint8_t>(sectorSize), mbr});
 }
 
 std::vector<uint8_t> EncodeEntries(const GptTable& table, const GptShape& shape, uint32_t sectorSize)

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "machine/host_transfers.h"
+
 namespace machine {
 
 namespace {
@@ -24,32 +26,16 @@ HostFile::~HostFile()
 
 IoResult HostFile::Read(OpenFile& /*file*/, uint64_t offset, std::span<uint8_t> into)
 {
-    size_t done = 0;
-    while (done < into.size()) {
-        const ssize_t piece =
-            pread(descriptor_, into.data() + done, into.size() - done, static_cast<off_t>(offset + done));
-        if (piece < 0) {
-            return {StatusOfErrno(errno), 0};
-        }
-        if (piece == 0) {
-            break;
-        }
-        done += static_cast<size_t>(piece);
+    const ssize_t count = ReadAt(descriptor_, offset, into);
+    if (count < 0) {
+        return {StatusOfErrno(errno), 0};
     }
-    return {done == 0 && !into.empty() ? kEndOfFile : kSuccess, done};
+    return {count == 0 && !into.empty() ? kEndOfFile : kSuccess, static_cast<uint64_t>(count)};
 }
 
 IoResult HostFile::Write(OpenFile& /*file*/, uint64_t offset, std::span<const uint8_t> from)
 {
-    for (size_t done = 0; done < from.size();) {
-        const ssize_t piece =
-            pwrite(descriptor_, from.data() + done, from.size() - done, static_cast<off_t>(offset + done));
-        if (piece <= 0) {
-            return {StatusOfErrno(errno), 0};
-        }
-        done += static_cast<size_t>(piece);
-    }
-    return {kSuccess, from.size()};
+    return WriteAt(descriptor_, offset, from) ? IoResult{kSuccess, from.size()} : IoResult{StatusOfErrno(errno), 0};
 }
 
 Status HostFile::QueryStandardInformation(OpenFile& /*file*/, kk::FileStandardInformation& information)

@@ -10,6 +10,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "machine/host_transfers.h"
+
 extern char** environ;
 
 namespace machine {
@@ -210,8 +212,7 @@ void ExportHostFile(Storage& storage, uint64_t offset, uint64_t length, const st
                 throw std::runtime_error("reading the disk failed");
             }
             const bool empty = std::all_of(buffer.begin(), buffer.end(), [](uint8_t byte) { return byte == 0; });
-            if (!empty && pwrite(file.Get(), buffer.data(), buffer.size(), static_cast<off_t>(at - offset)) !=
-                              static_cast<ssize_t>(buffer.size())) {
+            if (!empty && !WriteAt(file.Get(), at - offset, buffer)) {
                 ThrowErrno(hostPath);
             }
         }

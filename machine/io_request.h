@@ -4,7 +4,7 @@
 
 #include "machine/machine.h"
 
-// What the file and control calls of ntdll have in common.
+// What the calls that take handles have in common.
 
 namespace machine {
 
@@ -23,5 +23,8 @@ private:
 
 /// The open file behind a handle. Null, and a report, when there is none.
 OpenFile* RequireFile(Machine& machine, const CallRecord& record, kk::NtHandle handle);
+
+/// False, and a report, when there is no such handle.
+bool CloseOrReport(Machine& machine, const CallRecord& record, kk::NtHandle handle);
 
 }  // namespace machine

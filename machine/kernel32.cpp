@@ -6,26 +6,14 @@
 
 #include "kestrelkit/kestrelkit.h"
 #include "machine/gate.h"
+#include "machine/io_request.h"
 #include "machine/machine.h"
+#include "machine/native_text.h"
 #include "machine/text.h"
 
 namespace machine {
 
 namespace {
-
-CallRecord Win32Record(CallKind kind, const char* name, std::string object)
-{
-    CallRecord record;
-    record.kind = kind;
-    record.name = name;
-    record.object = std::move(object);
-    return record;
-}
-
-std::u16string TextOf(const char16_t* text)
-{
-    return text != nullptr ? std::u16string(text) : std::u16string();
-}
 
 /// `X:\`, the mount point that is a drive letter.
 bool IsLetterPoint(const std::u16string& point)
@@ -84,7 +72,8 @@ int32_t KK_CALL SetVolumeMountPointW(const char16_t* point, const char16_t* volu
     Machine& machine = Machine::Current();
     const std::u16string where = TextOf(point);
     const std::u16string what = TextOf(volumePath);
-    CallRecord call = Win32Record(CallKind::Win32Bool, "SetVolumeMountPointW", Utf8(where + u" " + what));
+    CallRecord call = {
+        .kind = CallKind::Win32Bool, .name = "SetVolumeMountPointW", .object = Utf8(where + u" " + what)};
     return PassGate(machine, std::move(call),
                     [&](CallRecord&) -> int32_t { return SetMountPoint(machine, where, what) ? 1 : 0; });
 }
@@ -93,22 +82,22 @@ int32_t KK_CALL DeleteVolumeMountPointW(const char16_t* point)
 {
     Machine& machine = Machine::Current();
     const std::u16string where = TextOf(point);
-    return PassGate(machine, Win32Record(CallKind::Win32Bool, "DeleteVolumeMountPointW", Utf8(where)),
+    CallRecord call = {.kind = CallKind::Win32Bool, .name = "DeleteVolumeMountPointW", .object = Utf8(where)};
+    return PassGate(machine, std::move(call),
                     [&](CallRecord&) -> int32_t { return DeleteMountPoint(machine, where) ? 1 : 0; });
 }
 
 uint32_t KK_CALL GetLogicalDrives()
 {
     Machine& machine = Machine::Current();
-    return PassGate(machine, Win32Record(CallKind::Win32Bool, "GetLogicalDrives", {}),
+    return PassGate(machine, {.kind = CallKind::Win32Bool, .name = "GetLogicalDrives", .object = {}},
                     [&](CallRecord&) { return LogicalDrives(machine); });
 }
 
 /// The length without the terminator, or the room that is needed with it.
 uint32_t KK_CALL GetSystemDirectoryW(char16_t* buffer, uint32_t units)
 {
-    CallRecord call = Win32Record(CallKind::Win32Bool, "GetSystemDirectoryW", {});
-    call.length = units;
+    CallRecord call = {.kind = CallKind::Win32Bool, .name = "GetSystemDirectoryW", .object = {}, .length = units};
     return PassGate(Machine::Current(), std::move(call), [&](CallRecord&) {
         const auto length = static_cast<uint32_t>(kSystemFolder.size());
         if (units <= length) {
@@ -123,14 +112,9 @@ uint32_t KK_CALL GetSystemDirectoryW(char16_t* buffer, uint32_t units)
 int32_t KK_CALL CloseHandle(kk::NtHandle handle)
 {
     Machine& machine = Machine::Current();
-    CallRecord call = Win32Record(CallKind::Close, "CloseHandle", HandleName(machine, handle));
-    return PassGate(machine, std::move(call), [&](CallRecord& record) -> int32_t {
-        if (machine.handles.Close(handle)) {
-            return 1;
-        }
-        machine.Report(record.name + ": no handle " + Hex(reinterpret_cast<uintptr_t>(handle)));
-        return 0;
-    });
+    CallRecord call = {.kind = CallKind::Close, .name = "CloseHandle", .object = HandleName(machine, handle)};
+    return PassGate(machine, std::move(call),
+                    [&](CallRecord& record) -> int32_t { return CloseOrReport(machine, record, handle) ? 1 : 0; });
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "machine/gate.h"
 #include "machine/kernel32.h"
 #include "machine/machine.h"
+#include "machine/native_text.h"
 #include "machine/text.h"
 
 // The entry points of kernel32.dll that start processes, wait for them and ask how they ended.
@@ -9,11 +10,6 @@
 namespace machine {
 
 namespace {
-
-std::u16string TextOf(const char16_t* text)
-{
-    return text != nullptr ? std::u16string(text) : std::u16string();
-}
 
 /// The real call writes into the command line while it looks for the program's name.
 void WriteToAndRestore(char16_t* text)
@@ -38,8 +34,8 @@ int32_t KK_CALL CreateProcessW(const char16_t* application, char16_t* commandLin
                           .hasEnvironment = environment != nullptr};
     CallRecord call = {.kind = CallKind::Win32Bool,
                        .name = "CreateProcessW",
-                       .object = Utf8(start.application + u" " + start.commandLine)};
-    call.options = flags;
+                       .object = Utf8(start.application + u" " + start.commandLine),
+                       .options = flags};
     if (directory != nullptr) {
         start.directory = directory;
     }
@@ -60,9 +56,10 @@ int32_t KK_CALL CreateProcessW(const char16_t* application, char16_t* commandLin
 uint32_t KK_CALL WaitForSingleObject(kk::NtHandle handle, uint32_t milliseconds)
 {
     Machine& machine = Machine::Current();
-    CallRecord call = {
-        .kind = CallKind::Win32Wait, .name = "WaitForSingleObject", .object = HandleName(machine, handle)};
-    call.length = milliseconds;
+    CallRecord call = {.kind = CallKind::Win32Wait,
+                       .name = "WaitForSingleObject",
+                       .object = HandleName(machine, handle),
+                       .length = milliseconds};
     return PassGate(machine, std::move(call),
                     [&](CallRecord&) { return static_cast<uint32_t>(machine.processes.Wait(handle, milliseconds)); });
 }

@@ -3,26 +3,14 @@
 #include <algorithm>
 #include <optional>
 
+#include "machine/boot_record.h"
 #include "machine/file_system.h"
-#include "machine/table_format.h"
 
 namespace machine {
 
 namespace {
 
-constexpr uint32_t kChainLimit = 128;  // links of an extended chain; a damaged one may lead in circles
-
 constexpr uint8_t kRecognisedTypes[] = {0x01, 0x04, 0x06, 0x07, 0x0B, 0x0C, 0x0E};
-
-std::optional<MbrRecord> ReadBootRecord(Storage& storage, uint32_t sectorSize, uint64_t offset)
-{
-    std::vector<uint8_t> sector(sectorSize);
-    if (!storage.Read(offset, sector)) {
-        return std::nullopt;
-    }
-    const auto record = TakeRecord<MbrRecord>(sector);
-    return record.mark == kBootMark ? std::optional(record) : std::nullopt;
-}
 
 /// Collects the entries of boot records and numbers the real partitions among them.
 class MbrWalk {
@@ -50,12 +38,12 @@ private:
     {
         uint64_t place = container;
         for (uint32_t links = 0; links < kChainLimit; ++links) {
-            const std::optional<MbrRecord> record = ReadBootRecord(storage_, sectorSize_, place);
-            if (!record) {
+            const std::optional<BootRecord> boot = ReadBootRecord(storage_, sectorSize_, place);
+            if (!boot) {
                 return;
             }
             uint64_t next = 0;
-            for (const MbrEntryRecord& entry : record->entries) {
+            for (const MbrEntryRecord& entry : boot->record.entries) {
                 // Links count from the container's start, drives from the record that names them.
                 Append(entry, IsExtendedContainer(entry.type) ? container : place);
                 if (IsExtendedContainer(entry.type) && next == 0) {
@@ -129,11 +117,11 @@ Layout ParseLayout(Storage& storage, uint32_t sectorSize)
 {
     Layout layout;
     layout.header.partitionStyle = kk::WirePartitionStyle::Raw;
-    std::vector<uint8_t> sector(sectorSize);
-    if (!storage.Read(0, sector) || TakeRecord<MbrRecord>(sector).mark != kBootMark) {
+    const std::optional<BootRecord> boot = ReadBootRecord(storage, sectorSize, 0);
+    if (!boot) {
         return layout;
     }
-    const auto sector0 = TakeRecord<MbrRecord>(sector);
+    const MbrRecord& sector0 = boot->record;
     const bool announcesGpt = std::any_of(std::begin(sector0.entries), std::end(sector0.entries),
                                           [](const MbrEntryRecord& entry) { return entry.type == kProtectiveType; });
     if (announcesGpt && ParseGpt(storage, sectorSize, layout)) {
@@ -142,7 +130,7 @@ Layout ParseLayout(Storage& storage, uint32_t sectorSize)
     layout = {};
     layout.header.partitionStyle = kk::WirePartitionStyle::Mbr;
     layout.header.mbr.signature = sector0.signature;
-    const FileSystem fileSystem = RecogniseBootSector(std::span(sector).first(512));
+    const FileSystem fileSystem = RecogniseBootSector(std::span(boot->sector).first(512));
     if (fileSystem != FileSystem::None) {
         layout.partitions.push_back(WholeDisk(storage.Size(), fileSystem));
     } else {

@@ -1,43 +1,18 @@
 #include <limits>
 #include <optional>
 
+#include "machine/boot_record.h"
 #include "machine/table_editor.h"
-#include "machine/table_format.h"
 
 namespace machine {
 
 namespace {
 
-constexpr uint32_t kChainLimit = 128;
-
-/// A boot record with the sector that it lies in.
-struct BootRecord {
-    uint64_t sector = 0;
-    std::vector<uint8_t> bytes = {};
-    MbrRecord record = {};
-};
-
-std::optional<BootRecord> ReadBootRecord(Storage& storage, uint32_t sectorSize, uint64_t sector)
-{
-    BootRecord boot = {sector, std::vector<uint8_t>(sectorSize)};
-    if (!storage.Read(sector * sectorSize, boot.bytes)) {
-        return std::nullopt;
-    }
-    boot.record = TakeRecord<MbrRecord>(boot.bytes);
-    return boot.record.mark == kBootMark ? std::optional(boot) : std::nullopt;
-}
-
-bool WriteBootRecord(Storage& storage, uint32_t sectorSize, BootRecord& boot)
-{
-    PutRecord(boot.bytes, 0, boot.record);
-    return storage.Write(boot.sector * sectorSize, boot.bytes);
-}
-
-/// The drive in this record that begins at `start`, or null.
-MbrEntryRecord* FindDrive(BootRecord& boot, uint64_t start)
+/// The drive that begins at `start` in a record that lies at `sector`, or null.
+MbrEntryRecord* FindDrive(BootRecord& boot, uint64_t sector, uint64_t start)
 {
     for (MbrEntryRecord& entry : boot.record.entries) {
-        if (entry.type != 0 && !IsExtendedContainer(entry.type) && boot.sector + entry.firstSector == start) {
+        if (entry.type != 0 && !IsExtendedContainer(entry.type) && sector + entry.firstSector == start) {
             return &entry;
         }
     }
@@ -65,15 +40,16 @@ Status ResizeMbrEntry(Storage& storage, uint32_t sectorSize, uint64_t start, uin
         return kInvalidParameter;
     }
     uint64_t container = 0;
+    uint64_t sector = 0;  // of the current record
     std::optional<BootRecord> previous;
     std::optional<BootRecord> current = ReadBootRecord(storage, sectorSize, 0);
     for (uint32_t links = 0; current && links < kChainLimit; ++links) {
-        if (MbrEntryRecord* const drive = FindDrive(*current, start)) {
+        if (MbrEntryRecord* const drive = FindDrive(*current, sector, start)) {
             drive->sectorCount = static_cast<uint32_t>(length);
-            bool written = WriteBootRecord(storage, sectorSize, *current);
-            if (written && previous && previous->sector != 0) {
-                FindLink(*previous)->sectorCount = static_cast<uint32_t>(start + length - current->sector);
-                written = WriteBootRecord(storage, sectorSize, *previous);
+            bool written = WriteBootRecord(storage, *current);
+            if (written && previous && previous->offset != 0) {
+                FindLink(*previous)->sectorCount = static_cast<uint32_t>(start + length - sector);
+                written = WriteBootRecord(storage, *previous);
             }
             return written ? kSuccess : kIoDeviceError;
         }
@@ -81,10 +57,10 @@ Status ResizeMbrEntry(Storage& storage, uint32_t sectorSize, uint64_t start, uin
         if (link == nullptr) {
             break;
         }
-        const uint64_t next = container + link->firstSector;
-        container = container == 0 ? next : container;
+        sector = container + link->firstSector;
+        container = container == 0 ? sector : container;
         previous = std::move(current);
-        current = ReadBootRecord(storage, sectorSize, next);
+        current = ReadBootRecord(storage, sectorSize, sector * sectorSize);
     }
     return kInvalidParameter;
 }

@@ -2,8 +2,8 @@
 #include <limits>
 #include <stdexcept>
 
+#include "machine/boot_record.h"
 #include "machine/table_builder.h"
-#include "machine/table_format.h"
 
 namespace machine {
 
@@ -31,12 +31,10 @@ MbrEntryRecord EncodeEntry(const MbrPartition& partition, uint64_t base, uint32_
             InSectors(partition.length, sectorSize)};
 }
 
-void WriteBootRecord(Storage& storage, uint32_t sectorSize, uint64_t offset, MbrRecord record)
+void WriteNewRecord(Storage& storage, uint32_t sectorSize, uint64_t offset, MbrRecord record)
 {
     record.mark = kBootMark;
-    std::vector<uint8_t> sector(sectorSize);
-    PutRecord(sector, 0, record);
-    if (!storage.Write(offset, sector)) {
+    if (!WriteBootRecord(storage, {offset, std::vector<uint8_t>(sectorSize), record})) {
         throw std::runtime_error("writing a boot record failed");
     }
 }
@@ -72,7 +70,7 @@ void WriteChain(Storage& storage, uint32_t sectorSize, const MbrTable& table, co
             const MbrPartition link = {places[i + 1], next.start + next.length - places[i + 1], 0x05, false};
             record.entries[1] = EncodeEntry(link, places.front(), sectorSize);
         }
-        WriteBootRecord(storage, sectorSize, places[i], record);
+        WriteNewRecord(storage, sectorSize, places[i], record);
     }
 }
 
@@ -95,7 +93,7 @@ void WriteMbrTable(Storage& storage, uint32_t sectorSize, const MbrTable& table)
     for (size_t i = 0; i < primaries.size(); ++i) {
         record.entries[i] = EncodeEntry(primaries[i], 0, sectorSize);
     }
-    WriteBootRecord(storage, sectorSize, 0, record);
+    WriteNewRecord(storage, sectorSize, 0, record);
 }
 
 }  // namespace machine

@@ -47,13 +47,12 @@ Status Control(const ControlCall& control)
     Machine& machine = Machine::Current();
     const ControlRequest request = {
         control.code, {static_cast<const uint8_t*>(control.input), control.inputLength}, control.outputLength};
-    CallRecord call;
-    call.kind = control.kind;
-    call.name = control.name;
-    call.object = HandleName(machine, control.handle);
-    call.code = control.code;
-    call.length = control.outputLength;
-    call.input = machine.journal.InputToKeep(request.input);
+    CallRecord call = {.kind = control.kind,
+                       .name = control.name,
+                       .object = HandleName(machine, control.handle),
+                       .code = control.code,
+                       .length = control.outputLength,
+                       .input = machine.journal.InputToKeep(request.input)};
     return PassGate(machine, std::move(call), [&](CallRecord& record) {
         StatusBlock block(machine, record, control.ioStatus);
         OpenFile* const file = RequireFile(machine, record, control.handle);
@@ -72,13 +71,8 @@ Status Control(const ControlCall& control)
 CallRecord QueryRecord(Machine& machine, CallKind kind, const char* name, kk::NtHandle handle, uint32_t length,
                        uint32_t informationClass)
 {
-    CallRecord record;
-    record.kind = kind;
-    record.name = name;
-    record.object = HandleName(machine, handle);
-    record.code = informationClass;
-    record.length = length;
-    return record;
+    return {
+        .kind = kind, .name = name, .object = HandleName(machine, handle), .code = informationClass, .length = length};
 }
 
 Status QueryFileSystemAttributes(OpenFile& file, std::span<uint8_t> buffer, uint64_t& information)

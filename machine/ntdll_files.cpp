@@ -37,6 +37,15 @@ OpenFile* RequireFile(Machine& machine, const CallRecord& record, kk::NtHandle h
     return file;
 }
 
+bool CloseOrReport(Machine& machine, const CallRecord& record, kk::NtHandle handle)
+{
+    const bool closed = machine.handles.Close(handle);
+    if (!closed) {
+        machine.Report(record.name + ": no handle " + Hex(reinterpret_cast<uintptr_t>(handle)));
+    }
+    return closed;
+}
+
 namespace {
 
 /// What generic rights stand for on files.
@@ -83,13 +92,11 @@ Status OpenByName(const Machine& machine, OpenFile& file, const kk::ObjectAttrib
 CallRecord TransferRecord(Machine& machine, CallKind kind, const char* name, kk::NtHandle handle, uint32_t length,
                           const int64_t* offset)
 {
-    CallRecord record;
-    record.kind = kind;
-    record.name = name;
-    record.object = HandleName(machine, handle);
-    record.offset = offset != nullptr ? static_cast<uint64_t>(*offset) : 0;
-    record.length = length;
-    return record;
+    return {.kind = kind,
+            .name = name,
+            .object = HandleName(machine, handle),
+            .offset = offset != nullptr ? static_cast<uint64_t>(*offset) : 0,
+            .length = length};
 }
 
 /// The checks that reads and writes share, and the place in the file that is meant.
@@ -129,16 +136,15 @@ KK_STATUS KK_CALL NtCreateFile(kk::NtHandle* handle, uint32_t access, const kk::
     file.disposition = disposition;
     file.options = options;
 
-    CallRecord call;
-    call.kind = CallKind::CreateFile;
-    call.name = "NtCreateFile";
-    call.object = file.nameUtf8;
-    call.access = access;
-    call.share = share;
-    call.disposition = disposition;
-    call.options = options;
-    call.fileAttributes = fileAttributes;
-    call.objectAttributes = attributes != nullptr ? attributes->attributes : 0;
+    CallRecord call = {.kind = CallKind::CreateFile,
+                       .name = "NtCreateFile",
+                       .object = file.nameUtf8,
+                       .access = access,
+                       .share = share,
+                       .disposition = disposition,
+                       .options = options,
+                       .fileAttributes = fileAttributes,
+                       .objectAttributes = attributes != nullptr ? attributes->attributes : 0};
     return PassGate(machine, std::move(call), [&](CallRecord& record) {
         StatusBlock block(machine, record, ioStatus);
         Status status = CheckCreateArguments(handle, attributes, file);
@@ -213,10 +219,6 @@ KK_STATUS KK_CALL NtClose(kk::NtHandle handle)
     Machine& machine = Machine::Current();
     CallRecord call = TransferRecord(machine, CallKind::Close, "NtClose", handle, 0, nullptr);
     return PassGate(machine, std::move(call), [&](CallRecord& record) {
-        if (machine.handles.Close(handle)) {
-            return kSuccess;
-        }
-        machine.Report(record.name + ": no handle " + Hex(reinterpret_cast<uintptr_t>(handle)));
-        return kInvalidHandle;
+        return CloseOrReport(machine, record, handle) ? kSuccess : kInvalidHandle;
     });
 }

@@ -8,6 +8,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "machine/host_transfers.h"
+
 namespace machine {
 
 bool MemoryStorage::Read(uint64_t offset, std::span<uint8_t> into)
@@ -86,34 +88,12 @@ FileStorage::~FileStorage()
 
 bool FileStorage::Read(uint64_t offset, std::span<uint8_t> into)
 {
-    if (!Holds(offset, into.size())) {
-        return false;
-    }
-    for (size_t done = 0; done < into.size();) {
-        const ssize_t piece =
-            pread(descriptor_, into.data() + done, into.size() - done, static_cast<off_t>(offset + done));
-        if (piece <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(piece);
-    }
-    return true;
+    return Holds(offset, into.size()) && ReadAt(descriptor_, offset, into) == static_cast<ssize_t>(into.size());
 }
 
 bool FileStorage::Write(uint64_t offset, std::span<const uint8_t> from)
 {
-    if (!Holds(offset, from.size())) {
-        return false;
-    }
-    for (size_t done = 0; done < from.size();) {
-        const ssize_t piece =
-            pwrite(descriptor_, from.data() + done, from.size() - done, static_cast<off_t>(offset + done));
-        if (piece <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(piece);
-    }
-    return true;
+    return Holds(offset, from.size()) && WriteAt(descriptor_, offset, from);
 }
 
 bool FileStorage::Flush()

@@ -4,25 +4,11 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "machine/native_text.h"
+
 namespace machine {
 
 namespace {
-
-constexpr char32_t kReplacement = 0xFFFD;
-
-void AppendUtf8(std::string& text, char32_t point)
-{
-    if (point < 0x80) {
-        text += static_cast<char>(point);
-        return;
-    }
-    const int continuations = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
-    static constexpr uint32_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
-    text += static_cast<char>(kLead[continuations] | (point >> (6 * continuations)));
-    for (int i = continuations - 1; i >= 0; --i) {
-        text += static_cast<char>(0x80 | ((point >> (6 * i)) & 0x3F));
-    }
-}
 
 void AppendUtf16(std::u16string& text, char32_t point)
 {
@@ -50,11 +36,11 @@ char32_t NextPoint(std::string_view text, size_t& at)
     char32_t point = lead & (0x3Fu >> continuations);
     for (int i = 0; i < continuations; ++i) {
         if (at >= text.size() || (static_cast<uint8_t>(text[at]) & 0xC0) != 0x80) {
-            return kReplacement;
+            return kReplacementCharacter;
         }
         point = (point << 6) | (static_cast<uint8_t>(text[at++]) & 0x3Fu);
     }
-    return continuations == 0 || point > 0x10FFFF ? kReplacement : point;
+    return continuations == 0 || point > 0x10FFFF ? kReplacementCharacter : point;
 }
 
 }  // namespace
@@ -62,15 +48,8 @@ char32_t NextPoint(std::string_view text, size_t& at)
 std::string Utf8(std::u16string_view text)
 {
     std::string result;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char32_t unit = text[i];
-        const bool isHigh = unit >= 0xD800 && unit < 0xDC00;
-        const bool isLow = unit >= 0xDC00 && unit < 0xE000;
-        if (isHigh && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
-            AppendUtf8(result, 0x10000 + ((unit - 0xD800) << 10) + (text[++i] - 0xDC00u));
-        } else {
-            AppendUtf8(result, isHigh || isLow ? kReplacement : unit);
-        }
+    for (size_t at = 0; at < text.size();) {
+        AppendUtf8(result, NextCharacter(text, at).value_or(kReplacementCharacter));
     }
     return result;
 }

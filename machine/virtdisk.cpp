@@ -4,6 +4,7 @@
 #include "machine/device.h"
 #include "machine/gate.h"
 #include "machine/machine.h"
+#include "machine/native_text.h"
 #include "machine/text.h"
 #include "machine/virtual_disk_service.h"
 
@@ -24,6 +25,17 @@ uint32_t PassToService(CallRecord record, Body&& body)
     });
 }
 
+CallRecord RecordByPath(const char* name, const kk::VirtualStorageType* storageType, const char16_t* path,
+                        uint32_t accessMask, uint32_t flags)
+{
+    return {.kind = CallKind::Win32Error,
+            .name = name,
+            .object = Utf8(TextOf(path)),
+            .code = storageType != nullptr ? storageType->deviceId : 0,
+            .access = accessMask,
+            .options = flags};
+}
+
 /// The image behind a handle, so that records and faults can name it.
 std::string ImageName(kk::NtHandle handle)
 {
@@ -37,12 +49,7 @@ uint32_t KK_CALL CreateVirtualDisk(const kk::VirtualStorageType* storageType, co
                                    const kk::CreateVirtualDiskParameters* parameters, void* overlapped,
                                    kk::NtHandle* handle)
 {
-    CallRecord record = {.kind = CallKind::Win32Error,
-                         .name = "CreateVirtualDisk",
-                         .object = path != nullptr ? Utf8(path) : std::string()};
-    record.code = storageType != nullptr ? storageType->deviceId : 0;
-    record.access = accessMask;
-    record.options = flags;
+    CallRecord record = RecordByPath("CreateVirtualDisk", storageType, path, accessMask, flags);
     if (parameters != nullptr) {
         record.length = parameters->maximumSize;
         record.input = BytesOf(*parameters);
@@ -55,12 +62,7 @@ uint32_t KK_CALL CreateVirtualDisk(const kk::VirtualStorageType* storageType, co
 uint32_t KK_CALL OpenVirtualDisk(const kk::VirtualStorageType* storageType, const char16_t* path, uint32_t accessMask,
                                  uint32_t flags, const void* parameters, kk::NtHandle* handle)
 {
-    CallRecord record = {.kind = CallKind::Win32Error,
-                         .name = "OpenVirtualDisk",
-                         .object = path != nullptr ? Utf8(path) : std::string()};
-    record.code = storageType != nullptr ? storageType->deviceId : 0;
-    record.access = accessMask;
-    record.options = flags;
+    CallRecord record = RecordByPath("OpenVirtualDisk", storageType, path, accessMask, flags);
     return PassToService(std::move(record), [&](VirtualDiskService& service) {
         return service.Open({storageType, path, accessMask, flags, parameters}, handle);
     });
@@ -70,8 +72,8 @@ uint32_t KK_CALL AttachVirtualDisk(kk::NtHandle handle, void* /*securityDescript
                                    uint32_t providerFlags, const kk::AttachVirtualDiskParameters* parameters,
                                    void* overlapped)
 {
-    CallRecord record = {.kind = CallKind::Win32Error, .name = "AttachVirtualDisk", .object = ImageName(handle)};
-    record.options = flags;
+    CallRecord record = {
+        .kind = CallKind::Win32Error, .name = "AttachVirtualDisk", .object = ImageName(handle), .options = flags};
     if (parameters != nullptr) {
         record.input = BytesOf(*parameters);
     }
@@ -82,17 +84,18 @@ uint32_t KK_CALL AttachVirtualDisk(kk::NtHandle handle, void* /*securityDescript
 
 uint32_t KK_CALL DetachVirtualDisk(kk::NtHandle handle, uint32_t flags, uint32_t providerFlags)
 {
-    CallRecord record = {.kind = CallKind::Win32Error, .name = "DetachVirtualDisk", .object = ImageName(handle)};
-    record.options = flags;
+    CallRecord record = {
+        .kind = CallKind::Win32Error, .name = "DetachVirtualDisk", .object = ImageName(handle), .options = flags};
     return PassToService(std::move(record),
                          [&](VirtualDiskService& service) { return service.Detach(handle, flags, providerFlags); });
 }
 
 uint32_t KK_CALL GetVirtualDiskPhysicalPath(kk::NtHandle handle, uint32_t* sizeInBytes, char16_t* path)
 {
-    CallRecord record = {
-        .kind = CallKind::Win32Error, .name = "GetVirtualDiskPhysicalPath", .object = ImageName(handle)};
-    record.length = sizeInBytes != nullptr ? *sizeInBytes : 0;
+    CallRecord record = {.kind = CallKind::Win32Error,
+                         .name = "GetVirtualDiskPhysicalPath",
+                         .object = ImageName(handle),
+                         .length = sizeInBytes != nullptr ? *sizeInBytes : 0};
     return PassToService(std::move(record), [&](VirtualDiskService& service) {
         return service.GetPhysicalPath(handle, sizeInBytes, path);
     });
@@ -103,9 +106,9 @@ uint32_t KK_CALL GetStorageDependencyInformation(kk::NtHandle disk, uint32_t fla
 {
     CallRecord record = {.kind = CallKind::Win32Error,
                          .name = "GetStorageDependencyInformation",
-                         .object = HandleName(Machine::Current(), disk)};
-    record.options = flags;
-    record.length = size;
+                         .object = HandleName(Machine::Current(), disk),
+                         .length = size,
+                         .options = flags};
     return PassToService(std::move(record), [&](VirtualDiskService& service) {
         return service.GetDependencies(disk, flags, size, answer, sizeUsed);
     });

@@ -6,23 +6,39 @@
 
 namespace machine {
 
-bool ReadExtents(const std::vector<Extent>& extents, uint64_t offset, std::span<uint8_t> into)
+namespace {
+
+/// Cuts a transfer at the borders of the extents and moves the pieces in order, until one fails or the last extent
+/// ends. `move` takes the extent, the offset inside it, and which bytes of the transfer are meant. Tells how many bytes
+/// were moved.
+template <typename Move>
+uint64_t MovePieces(const std::vector<Extent>& extents, uint64_t offset, uint64_t length, Move&& move)
 {
     uint64_t extentStart = 0;
     uint64_t done = 0;
     for (const Extent& extent : extents) {
-        const uint64_t from = offset + done;
-        if (done < into.size() && from >= extentStart && from < extentStart + extent.length) {
-            const uint64_t inside = from - extentStart;
-            const uint64_t piece = std::min(into.size() - done, extent.length - inside);
-            if (!extent.disk->ReadRaw(extent.start + inside, into.subspan(done, piece))) {
-                return false;
+        const uint64_t at = offset + done;
+        if (done < length && at >= extentStart && at < extentStart + extent.length) {
+            const uint64_t inside = at - extentStart;
+            const uint64_t piece = std::min(length - done, extent.length - inside);
+            if (!move(extent, inside, done, piece)) {
+                break;
             }
             done += piece;
         }
         extentStart += extent.length;
     }
-    return done == into.size();
+    return done;
+}
+
+}  // namespace
+
+bool ReadExtents(const std::vector<Extent>& extents, uint64_t offset, std::span<uint8_t> into)
+{
+    const auto read = [into](const Extent& extent, uint64_t inside, uint64_t done, uint64_t piece) {
+        return extent.disk->ReadRaw(extent.start + inside, into.subspan(done, piece));
+    };
+    return MovePieces(extents, offset, into.size(), read) == into.size();
 }
 
 Volume::Volume(uint32_t number, Extent extent, const kk::Guid& guid, std::vector<uint8_t> uniqueId)
@@ -75,22 +91,13 @@ uint32_t Volume::SectorSize() const
 
 Status Volume::Write(uint64_t offset, std::span<const uint8_t> from)
 {
-    uint64_t extentStart = 0;
-    uint64_t done = 0;
-    for (const Extent& extent : extents_) {
-        const uint64_t at = offset + done;
-        if (done < from.size() && at >= extentStart && at < extentStart + extent.length) {
-            const uint64_t inside = at - extentStart;
-            const uint64_t piece = std::min(from.size() - done, extent.length - inside);
-            const Status status = extent.disk->Write(extent.start + inside, from.subspan(done, piece));
-            if (status != kSuccess) {
-                return status;
-            }
-            done += piece;
-        }
-        extentStart += extent.length;
-    }
-    return done == from.size() ? kSuccess : kNonexistentSector;
+    Status status = kSuccess;
+    const auto write = [from, &status](const Extent& extent, uint64_t inside, uint64_t done, uint64_t piece) {
+        status = extent.disk->Write(extent.start + inside, from.subspan(done, piece));
+        return status == kSuccess;
+    };
+    const uint64_t done = MovePieces(extents_, offset, from.size(), write);
+    return status == kSuccess && done != from.size() ? kNonexistentSector : status;
 }
 
 Volume& Volume::SetInUseBySystem(bool inUse)

@@ -6,6 +6,7 @@
 #include "machine/device.h"
 #include "machine/gate.h"
 #include "machine/machine.h"
+#include "machine/native_text.h"
 #include "machine/snapshot_service.h"
 #include "machine/text.h"
 
@@ -17,10 +18,7 @@ namespace {
 
 CallRecord RecordOf(const char* name)
 {
-    CallRecord record;
-    record.kind = CallKind::ComMethod;
-    record.name = name;
-    return record;
+    return {.kind = CallKind::ComMethod, .name = name, .object = {}};
 }
 
 template <typename Body>
@@ -81,6 +79,13 @@ HResult KK_CALL AsyncQueryStatus(kk::VssAsync* self, HResult* result, int32_t* r
 
 // IVssBackupComponents.
 
+/// The volume behind a snapshot, so that records and faults can name it.
+std::string VolumeName(kk::VssBackupComponents* self, const kk::Guid& snapshotId)
+{
+    const MachineLock lock(Machine::Current());
+    return Utf8(ObjectOf(self).VolumeNameOf(snapshotId));
+}
+
 uint32_t KK_CALL AddRef(kk::VssBackupComponents* self)
 {
     return PassCount(RecordOf("IVssBackupComponents::AddRef"), [self] { return ObjectOf(self).AddRef(); });
@@ -138,7 +143,7 @@ HResult KK_CALL AddToSnapshotSet(kk::VssBackupComponents* self, const char16_t* 
                                  kk::Guid* snapshotId)
 {
     CallRecord record = RecordOf("IVssBackupComponents::AddToSnapshotSet");
-    record.object = volumeName != nullptr ? Utf8(volumeName) : std::string();
+    record.object = Utf8(TextOf(volumeName));
     record.input = BytesOf(providerId);
     return PassMethod(std::move(record),
                       [&] { return ObjectOf(self).AddToSnapshotSet(volumeName, providerId, snapshotId); });
@@ -154,7 +159,7 @@ HResult KK_CALL GetSnapshotProperties(kk::VssBackupComponents* self, kk::Guid sn
                                       kk::VssSnapshotProperties* properties)
 {
     CallRecord record = RecordOf("IVssBackupComponents::GetSnapshotProperties");
-    record.object = Utf8(ObjectOf(self).VolumeNameOf(snapshotId));
+    record.object = VolumeName(self, snapshotId);
     record.input = BytesOf(snapshotId);
     return PassMethod(std::move(record), [&] { return ObjectOf(self).GetSnapshotProperties(snapshotId, properties); });
 }
@@ -169,9 +174,7 @@ HResult KK_CALL CreateVssBackupComponentsInternal(kk::VssBackupComponents** comp
 
 void KK_CALL VssFreeSnapshotProperties(kk::VssSnapshotProperties* properties)
 {
-    CallRecord record = RecordOf("VssFreeSnapshotProperties");
-    record.kind = CallKind::Release;
-    PassGate(Machine::Current(), std::move(record),
+    PassGate(Machine::Current(), {.kind = CallKind::Release, .name = "VssFreeSnapshotProperties", .object = {}},
              [=](CallRecord&) { SnapshotService::Current().FreeProperties(properties); });
 }
 
@@ -185,9 +188,8 @@ HResult KK_CALL CoInitializeEx(void* reserved, uint32_t flags)
 
 void KK_CALL CoUninitialize()
 {
-    CallRecord record = RecordOf("CoUninitialize");
-    record.kind = CallKind::Release;
-    PassGate(Machine::Current(), std::move(record), [](CallRecord&) { SnapshotService::Current().Uninitialize(); });
+    PassGate(Machine::Current(), {.kind = CallKind::Release, .name = "CoUninitialize", .object = {}},
+             [](CallRecord&) { SnapshotService::Current().Uninitialize(); });
 }
 
 HResult KK_CALL CoInitializeSecurity(void* securityDescriptor, int32_t authServiceCount, void* authServices,
