@@ -79,6 +79,8 @@ protected:
         volume.SetFileSystemName(u"NTFS");
         volume.SetNtfsData([runs](const machine::ControlRequest&) { return runs.VolumeData(); });
         volume.SetBitmapAnswer([runs](const machine::ControlRequest& request) { return runs.Bitmap(request); });
+        // Without the list of clusters all of the partition would be read, which would take hours.
+        machine.faults.FailFrom({.kind = CallKind::ReadFile, .object = "PhysicalDrive0"}, 1, 0xC0000185);
         images->Remove(ImagePath());
         machine.journal.Clear();
         machine.heap.ResetCounters();
