@@ -85,6 +85,26 @@ TEST_F(DescribedVolumeTest, NamesOtherFileSystemsWithoutASize)
     EXPECT_EQ(uint64_t{partitions[1].fileSystemSize}, 0u);
 }
 
+TEST_F(DescribedVolumeTest, GivesASizeToWhateverAnswersLikeNtfs)
+{
+    SHOWS(KkListPartitions, KK_STATUS_SUCCESS, "a volume of another file system that answers like NTFS has a size");
+
+    AddGptDisk();
+    machine::Volume& volume = *machine.FindVolume(0, kMiB);
+    volume.SetFileSystemName(u"ReFS");
+    volume.SetNtfsData([](const machine::ControlRequest&) {
+        kk::NtfsVolumeData data = {};
+        data.numberSectors = 1000;
+        data.bytesPerSector = 4096;
+        return machine::ControlAnswer{.output = machine::BytesOf(data)};
+    });
+
+    const std::vector<KkPartitionInfo> partitions = List(0);
+
+    EXPECT_EQ(TEXT_OF(partitions[0], fileSystemName), u"ReFS");
+    EXPECT_EQ(uint64_t{partitions[0].fileSystemSize}, 4'096'000u);
+}
+
 TEST_F(DescribedVolumeTest, LeavesTheNameOfARawVolumeEmpty)
 {
     SHOWS(KkListPartitions, KK_STATUS_SUCCESS,

@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include "backup/volume_bitmap.h"
+#include "disk/volume_controls.h"
 #include "exports/support/backup_test.h"
 #include "exports/support/image_mount_test.h"
 #include "exports/support/partition_edit_test.h"
@@ -91,6 +93,40 @@ TEST_F(BackupLimitsTest, OfASpannedVolumeEveryPartitionGetsTheVolumesBeginning)
     ExpectSameBytes(disk, kMiB, 4 * kMiB, kMiB);
 }
 
+TEST_F(BackupLimitsTest, WhateverAnswersLikeNtfsIsCopiedByUsedBlocks)
+{
+    SHOWS(KkBackup, KK_STATUS_SUCCESS,
+          "a volume of another file system that answers like NTFS is copied by the clusters that it says are in use");
+
+    constexpr uint32_t clusterBytes = 64 * kKiB;
+    constexpr uint64_t clusters = 64;
+    machine::Disk& disk = machine.AddDisk(16 * kMiB);
+    disk.Gpt({.partitions = {{.start = kMiB, .length = clusters * clusterBytes}}});
+    FillPattern(disk, kMiB, clusters * clusterBytes, 1);
+    machine::Volume& volume = *machine.FindVolume(0, kMiB);
+    volume.SetFileSystemName(u"ReFS");
+    volume.SetNtfsData([](const machine::ControlRequest&) {
+        kk::NtfsVolumeData data = {};
+        data.totalClusters = clusters;
+        data.bytesPerCluster = clusterBytes;
+        return machine::ControlAnswer{.output = machine::BytesOf(data)};
+    });
+    volume.SetBitmapAnswer([](const machine::ControlRequest&) {
+        machine::ControlAnswer answer{.output = machine::BytesOf(kk::VolumeBitmapHeader{0, clusters})};
+        answer.output.resize(sizeof(kk::VolumeBitmapHeader) + clusters / 8);
+        answer.output[sizeof(kk::VolumeBitmapHeader)] = 0b1001;
+        return answer;
+    });
+
+    ASSERT_EQ(Backup({.usedBlocksOnly = 1}), 0);
+
+    EXPECT_EQ(result.liveUsedBlockCopies, 1u);
+    EXPECT_EQ(result.bytesCopied, 2 * clusterBytes);
+    ExpectSameBytes(disk, kMiB, kMiB, clusterBytes);
+    EXPECT_EQ(ImageBytes(kMiB + clusterBytes, 2 * clusterBytes), std::vector<uint8_t>(2 * clusterBytes));
+    ExpectSameBytes(disk, kMiB + 3 * clusterBytes, kMiB + 3 * clusterBytes, clusterBytes);
+}
+
 class EditLimitsTest : public PartitionEditTest {};
 
 TEST_F(EditLimitsTest, APartitionBetweenLogicalDrivesTakesTheSectorsThatLinkThem)
@@ -128,6 +164,29 @@ TEST_F(EditLimitsTest, TheSecondArrayOfALongTableIsNotSpared)
 
     ASSERT_EQ(Partitions().size(), 1u);
     EXPECT_GT(Partitions()[0].start + Partitions()[0].length, secondArray);
+}
+
+TEST_F(EditLimitsTest, OverTheSecondArrayOfALongTableItIsTheDriverThatLetsNoPartitionGrow)
+{
+    SHOWS(KkExtendPartition, KK_STATUS_INVALID_PARAMETER,
+          "the driver refuses to let a partition grow over the second array of a long GPT, which a size of 0 asks for");
+    SHOWS(KkExtendPartition, KK_STATUS_BUFFER_TOO_SMALL,
+          "of a disk with a long GPT too, only the last 34 sectors are spared");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "a partition grows to the last usable sector of a long GPT");
+
+    machine::Disk& disk = AddBareDisk();
+    disk.Gpt({.partitions = {{.start = kMiB, .length = kMiB}}, .entryCount = 1024});
+    const uint64_t room = kDiskSize - 34 * 512 - kMiB;
+    const uint64_t usable = (ReadGpt(disk, 1).header.lastUsableLba + 1) * 512 - kMiB;
+    ASSERT_LT(usable, room);
+    EXPECT_EQ(Extend(kMiB, room + 1), KK_STATUS_BUFFER_TOO_SMALL);
+
+    EXPECT_EQ(Extend(kMiB, 0), KK_STATUS_INVALID_PARAMETER);
+    EXPECT_THAT(SentWith(0x7C0D0), ElementsAre(1, room - kMiB)) << "the driver was asked";
+    EXPECT_THAT(written, testing::IsEmpty());
+
+    EXPECT_EQ(Extend(kMiB, usable), 0);
+    EXPECT_THAT(Partitions(), ElementsAre(Place{kMiB, usable}));
 }
 
 TEST_F(EditLimitsTest, AVolumeThatHasNotArrivedYetIsNotFoundByTheNextCall)

@@ -47,6 +47,43 @@ TEST_F(RestoreToFreeSpaceOrderTest, AFailingCopyLeavesTheEntryAndTellsNobody)
     ExpectOld(8 * kMiB, kLength);
 }
 
+TEST_F(RestoreToFreeSpaceOrderTest, ASecondAttemptAddsAnotherEntryOverThatOfTheFirst)
+{
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "made again after a copy that failed, it adds another entry for the same place");
+
+    machine.faults.Fail({.kind = CallKind::WriteFile}, 5, 0xC0000185);
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), Status(0xC0000185));
+    machine.faults.Clear();
+
+    EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    constexpr Place place = {8 * kMiB, 16 * kMiB};
+    EXPECT_THAT(ReadSlots(Target(), kSmallGpt), ElementsAre(kTaken, place, place));
+    ExpectRestored(kSource, place.start, kLength);
+}
+
+TEST_F(RestoreToFreeSpaceOrderTest, OnceTheSystemHasLookedAgainTheEntryOfAFailedAttemptCanBeDeleted)
+{
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_INVALID_PARAMETER,
+          "once the system has looked again, the entry that a failed copy left is in the way");
+    SHOWS(KkRestoreToFreeSpace, KK_STATUS_SUCCESS,
+          "once the entry that a failed copy left is deleted, there is only one");
+    SHOWS(KkDeletePartition, KK_STATUS_SUCCESS, "the entry that a failed copy left is deleted");
+
+    machine.faults.Fail({.kind = CallKind::WriteFile}, 5, 0xC0000185);
+    ASSERT_EQ(Restore(8 * kMiB, 16 * kMiB), Status(0xC0000185));
+    machine.faults.Clear();
+    Target().Rescan();
+
+    EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), KK_STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(api.deletePartition(0, 8 * kMiB), 0);
+    EXPECT_EQ(Restore(8 * kMiB, 16 * kMiB), 0);
+
+    EXPECT_EQ(Added(), (Place{8 * kMiB, 16 * kMiB}));
+    ExpectRestored(kSource, 8 * kMiB, kLength);
+}
+
 TEST_F(RestoreToFreeSpaceOrderTest, AFailingTableEditIsFollowedByNoData)
 {
     SHOWS(KkRestoreToFreeSpace, 0xC0000185, "a failing write of the table is followed by no data");

@@ -1,3 +1,5 @@
+#include "disk/disk_controls.h"
+#include "disk/volume_controls.h"
 #include "exports/support/giant_disk.h"
 #include "exports/support/partition_edit_test.h"
 
@@ -89,6 +91,26 @@ TEST_F(ScalePartitionsTest, TheEndOf64TiBIsCreatedShrunkExtendedAndDeleted)
 
     ASSERT_EQ(Delete(kLastStart), 0);
     EXPECT_THAT(Partitions(), ElementsAre(Place{kMiB, kFirstLength}));
+}
+
+TEST_F(ScalePartitionsTest, FileSystemsOfMoreThan2To32SectorsAreToldTheirWholeSize)
+{
+    SHOWS(KkShrinkPartition, KK_STATUS_SUCCESS, "a file system is told sizes above 2^32 sectors");
+    SHOWS(KkExtendPartition, KK_STATUS_SUCCESS, "driver and file system are told sizes above 2^32 bytes and sectors");
+
+    AddDisk(kKind, {{kMiB, 60 * kTiB}}, kGiantDisk);
+
+    ASSERT_EQ(Shrink(kMiB, 20 * kTiB), 0);
+    const machine::CallRecord* const prepared = machine.journal.First({.code = kk::kFsctlShrinkVolume});
+    ASSERT_NE(prepared, nullptr);
+    const auto information = machine::TakeRecord<kk::ShrinkVolumeInformation>(prepared->input);
+    EXPECT_EQ(static_cast<uint64_t>(information.newNumberOfSectors), 20 * kTiB / kGiantSector);
+    EXPECT_THAT(Partitions(), ElementsAre(Place{kMiB, 20 * kTiB}));
+
+    ASSERT_EQ(Extend(kMiB, 50 * kTiB), 0);
+    EXPECT_THAT(SentWith(kk::kIoctlDiskGrowPartition), ElementsAre(1, 30 * kTiB));
+    EXPECT_THAT(SentWith(kk::kFsctlExtendVolume), ElementsAre(50 * kTiB / kGiantSector));
+    EXPECT_THAT(Partitions(), ElementsAre(Place{kMiB, 50 * kTiB}));
 }
 
 TEST_F(ScalePartitionsTest, AnEditOf64TiBMovesNoMoreThanOneOf64MiB)
