@@ -98,4 +98,21 @@ TEST_F(RestoreEndTest, AWriteThatMakesNoProgressEndsTheRestore)
     EXPECT_EQ(ReadSlots(Target(), kSmallGpt).at(2), (Place{kStart, 12 * kMiB}));
 }
 
+TEST_F(RestoreEndTest, AFailingWriteOfWhatPrecedesAnUnreadablePlaceIsTold)
+{
+    SHOWS(KkCloneVolume, 0xC0000022, "a failing write of what precedes an unreadable place of the source is passed on");
+
+    AddTarget(kSmallGpt, {{kMiB, kMiB}, kTaken}, kSize);
+    // The source's only chunk, then the third of its pieces.
+    machine.faults.Fail({.kind = CallKind::ReadFile}, 1, 0xC0000185);
+    machine.faults.Fail({.kind = CallKind::ReadFile}, 4, 0xC0000185);
+    machine.faults.Fail({.kind = CallKind::WriteFile}, 1, 0xC0000022);
+
+    EXPECT_EQ(CloneVolume(VolumeAt(kMiB), VolumeAt(kTaken.start), 1), Status(0xC0000022));
+
+    EXPECT_EQ(machine.journal.First({.kind = CallKind::WriteFile})->length, 1024u);
+    EXPECT_THAT(written, IsEmpty());
+    EXPECT_EQ(StepsLike("unlock"), 0u);
+}
+
 }  // namespace
