@@ -134,8 +134,8 @@ bool CanBeWritten(const Volume& volume)
     return !behaviour.readOnly && !behaviour.noMedia;
 }
 
-/// A volume from which everybody else's handles are thrown off, which is what /Y agrees to. Whoever opens it next mounts
-/// what is there then.
+/// A volume from which everybody else's handles are thrown off, which is what /Y agrees to. Whoever opens it next
+/// mounts what is there then.
 class TakenVolume {
 public:
     explicit TakenVolume(Volume& volume) : opens_(volume.Opens())

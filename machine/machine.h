@@ -83,8 +83,8 @@ public:
     void OnControl(CallPattern pattern, ControlOverride answer);
     std::optional<ControlAnswer> OverriddenAnswer(const CallRecord& record, const ControlRequest& request) const;
 
-    /// Serialises all calls; see MachineLock. Held while a call is under way, so callbacks must not wait for other threads'
-    /// calls.
+    /// Serialises all calls; see MachineLock. Held while a call is under way, so callbacks must not wait for other
+    /// threads' calls.
     std::recursive_mutex& Lock() { return lock_; }
     uint64_t NextCallIndex() { return nextCall_++; }
 

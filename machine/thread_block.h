@@ -20,8 +20,8 @@ private:
     alignas(16) std::array<uint8_t, 0x1000> bytes_ = {};
 };
 
-/// A thread block of the calling thread's own, with nothing in it but the way to the process's. As long as it lives, the
-/// thread's gs segment leads to it; afterwards nowhere.
+/// A thread block of the calling thread's own, with nothing in it but the way to the process's. As long as it lives,
+/// the thread's gs segment leads to it; afterwards nowhere.
 class ThreadBlock {
 public:
     explicit ThreadBlock(const ProcessBlock& process);
