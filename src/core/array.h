@@ -25,8 +25,7 @@ public:
         if (count_ == capacity_ && !Grow()) {
             return false;
         }
-        CopyBytes(&items_[count_], &item, sizeof(T));
-        ++count_;
+        items_[count_++] = item;
         return true;
     }
 
