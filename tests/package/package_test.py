@@ -125,7 +125,7 @@ class ConsumerTest(unittest.TestCase):
             return None
         WineCase.setUpClass()
         with tempfile.TemporaryFile() as out:
-            done = subprocess.run([wine_case.WINE, program, *arguments], env=WineCase.environment,
+            done = subprocess.run([*wine_case.WINE, program, *arguments], env=WineCase.environment,
                                   stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.DEVNULL,
                                   timeout=wine_case.RUN_SECONDS)
             return done.returncode, WineCase.text_in(out)
