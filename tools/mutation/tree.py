@@ -45,7 +45,7 @@ class Tree:
         raise SystemExit(f"no command that links {program}")
 
     def find_dependents(self):
-        """For each header of the library, the sources that read it: the library's own, and the header's own test."""
+        """For each header of the library, the sources that read it: the library's own, and the header's own tests."""
         objects = {pathlib.Path(name): path for path, name in self.object_of.items()}
         found, path = {}, None
         for line in self.output(["ninja", "-t", "deps"]).splitlines():
@@ -53,16 +53,18 @@ class Tree:
                 path = objects.get(pathlib.Path(line.split(":")[0]))
             elif path is not None and line.strip():
                 header = pathlib.Path(os.path.normpath(self.build / line.strip()))
-                if self.is_source(header) and (self.is_source(path) or path == self.own_test(header)):
+                if self.is_source(header) and (self.is_source(path) or self.is_own_test(path, header)):
                     found.setdefault(header, set()).add(path)
         return {header: sorted(paths) for header, paths in found.items()}
 
     def is_source(self, path):
         return path.is_relative_to(self.root / "src")
 
-    def own_test(self, header):
-        """The test that makes functions of templates which the library itself does not need."""
-        return self.root / "tests" / header.parent.name / (header.stem + "_test.cpp")
+    def is_own_test(self, path, header):
+        """Whether these tests are of that header alone: they hold code of it that the library itself does not need, and
+        code that the compiler has put into their callers."""
+        folder = self.root / "tests" / header.parent.name
+        return path.parent == folder and re.fullmatch(rf"{header.stem}(_\w+)?_test", path.stem) is not None
 
     def sources_with(self, path):
         return [path] if self.compiles(path) else self.dependents.get(path, [])
@@ -93,11 +95,8 @@ class Tree:
         for program, words in self.link_command.items():
             staying = [word for word in words if word.endswith(".o") and word not in changing]
             joined = folder / f"{program}.o"
-            newest = max((self.build / name).stat().st_mtime for name in staying)
-            if not joined.is_file() or joined.stat().st_mtime < newest:
-                subprocess.run(
-                    ["ld.lld-19", "-r", "--strip-debug", "-o", str(joined), *staying], cwd=self.build, check=True
-                )
+            join = ["ld.lld-19", "-r", "--strip-debug", "-o", str(joined), *staying]
+            subprocess.run(join, cwd=self.build, check=True)
             words[:] = [word for word in words if word not in staying]
             words.insert(words.index("-o"), str(joined))
 
