@@ -18,6 +18,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools"))
 from mutation import report  # noqa: E402
 from mutation.operators import mutants_of  # noqa: E402
 from mutation.sample import sample  # noqa: E402
+from mutation.tree import Tree  # noqa: E402
 from mutation.trial import Trial  # noqa: E402
 
 
@@ -184,6 +185,17 @@ class TrialTest(unittest.TestCase):
             self.assertEqual(read_instead.read_text(encoding="utf-8"), in_body("return a <= b;"))
             self.assertEqual(file.read_text(encoding="utf-8"), source)
             self.assertEqual([path.name for path in (root / "src").iterdir()], ["x.cpp"])
+
+
+class OwnTestsTest(unittest.TestCase):
+    def test_are_the_files_named_after_the_header_in_its_layer(self):
+        tree = Tree.__new__(Tree)  # without a build
+        tree.root = pathlib.Path("/project")
+        header = tree.root / "src/image/reader.h"
+        own = [name for name in ("image/reader_test.cpp", "image/reader_open_test.cpp", "image/readers_test.cpp",
+                                 "image/fast_reader_test.cpp", "image/reader_fixture.h", "exports/reader_test.cpp")
+               if tree.is_own_test(tree.root / "tests" / name, header)]
+        self.assertEqual(own, ["image/reader_test.cpp", "image/reader_open_test.cpp"])
 
 
 class ExplanationsTest(unittest.TestCase):
