@@ -20,6 +20,8 @@ kk_add_script_test(dll.by_clang ${Python3_EXECUTABLE} ${root}/tests/dll/dll_chec
     --size-limit 65536 --by-lld)
 kk_add_script_test(dll.by_gcc ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.py
     ${root}/build/dll-gcc/KestrelkitCore.dll ${header})
+kk_add_script_test(dll.with_traps ${Python3_EXECUTABLE} ${root}/tests/dll/dll_check.py
+    ${root}/build/dll-trap/KestrelkitCore.dll ${header} --by-lld --traps)
 foreach(preset dll dll-gcc)
     kk_add_script_test(${preset}.is_reproducible ${Python3_EXECUTABLE} ${root}/tests/dll/reproducible_check.py
         ${root} ${preset})
