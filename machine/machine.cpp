@@ -159,6 +159,12 @@ Machine& Machine::SetVolumeNumber(Volume& volume, uint32_t number)
     return *this;
 }
 
+Machine& Machine::CountVolumesFrom(uint32_t number)
+{
+    volumes.CountFrom(number);
+    return *this;
+}
+
 Machine& Machine::HideVolume(Volume& volume)
 {
     volumes.Hide(volume);

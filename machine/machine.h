@@ -74,6 +74,8 @@ public:
     Volume* FindVolume(uint32_t diskNumber, uint64_t start) const { return volumes.Find(diskNumber, start).get(); }
     Machine& AssignLetter(Volume& volume, char16_t letter);
     Machine& SetVolumeNumber(Volume& volume, uint32_t number);
+    /// The volumes that arrive from now on get this number and those after it, as after a restart.
+    Machine& CountVolumesFrom(uint32_t number);
     Machine& HideVolume(Volume& volume);
 
     Machine& MapDrive(char16_t letter, const std::string& hostFolder);

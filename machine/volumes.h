@@ -43,6 +43,7 @@ public:
     /// only the system uses get none, nor do those of disks that were attached without letters.
     void SetAutomaticLetters(bool automatic) { automaticLetters_ = automatic; }
     void SetNumber(Volume& volume, uint32_t number);
+    void CountFrom(uint32_t number) { nextNumber_ = number; }
     /// Leaves the partition without a volume device, also after a rescan.
     void Hide(Volume& volume);
 

@@ -95,7 +95,8 @@ TEST_F(BackupFailureTest, NeedsTheVirtualDiskServiceBeforeItLooksAtAnyVolume)
 
 TEST_F(BackupFailureTest, FindsOutLaterThatAnEntryPointIsMissing)
 {
-    SHOWS(KkBackup, KK_STATUS_NOT_FOUND, "an entry point of the virtual-disk service is missing");
+    SHOWS(KkBackup, KK_STATUS_NOT_FOUND,
+          "an entry point of the virtual-disk service is missing; from the second backup on an empty image is left");
 
     AddUsualDisk();
     for (const char* const entry : {"AttachVirtualDisk", "DetachVirtualDisk", "GetVirtualDiskPhysicalPath"}) {

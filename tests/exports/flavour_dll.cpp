@@ -1,7 +1,7 @@
 #include "exports/support/export_test.h"
 
-/// The DLL is not sanitized, so what it frees cannot be watched; a long queue of freed blocks would only make the forks
-/// of the sweeps slow.
+/// The DLL is not sanitized, so only the machine would notice a block of it that is used after it was freed. The linked
+/// library keeps the long queue of such blocks; here it would mostly make the forks of the sweeps slow.
 extern "C" const char* __asan_default_options()
 {
     return "quarantine_size_mb=16";

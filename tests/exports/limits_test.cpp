@@ -332,6 +332,26 @@ TEST_F(ImageLimitsTest, BesideADiskOfTheSameIdentifierAnImageHasNoVolumes)
     EXPECT_EQ(char16_t{partition.deviceName[0]}, u'\0');
 }
 
+TEST_F(ImageLimitsTest, AnImageThatIsMountedForWritingCannotBeInspected)
+{
+    SHOWS(KkInspectImage, 0xC0000043, "the image is mounted for writing: the refusal to open it is passed on");
+
+    machine::TrackedStorage& bytes = *images->ImageBytes(ImagePath());
+    machine::WriteGptTable(bytes, 512, {.partitions = {{.start = kMiB, .length = 2 * kMiB}}});
+    VhdxBuilder(16 * kMiB).Data(bytes).Save(ImagePath());
+    uint32_t count = 0;
+    const auto inspect = [&] {
+        return api.inspectImage(WindowsPath(ImagePath()).c_str(), nullptr, nullptr, 0, &count);
+    };
+    ASSERT_EQ(inspect(), 0);
+    ASSERT_EQ(Mount(), 0);
+
+    EXPECT_EQ(inspect(), Status(0xC0000043));
+
+    ASSERT_EQ(Unmount(), 0);
+    EXPECT_EQ(inspect(), 0);
+}
+
 class RecoverLimitsTest : public RecoverTest {};
 
 TEST_F(RecoverLimitsTest, AnOverlayThatTheSystemDoesNotKnowByItsNameStaysAttached)

@@ -56,6 +56,17 @@ TEST_F(VolumeDeviceTest, NumbersAreNeverUsedAgain)
     EXPECT_EQ(Handle(u"\\Device\\HarddiskVolume2").created.status, kObjectNameNotFound);
 }
 
+TEST_F(VolumeDeviceTest, NumbersAreCountedAnewAfterARestart)
+{
+    machine.AddDisk(64 * kMiB).Gpt({.partitions = {{kMiB, kMiB}, {4 * kMiB, kMiB}}});
+    machine.RemoveDisk(0);
+
+    machine.CountVolumesFrom(1);
+    machine.AddDisk(64 * kMiB).Gpt({.partitions = {{kMiB, kMiB}}});
+
+    EXPECT_EQ(machine.FindVolume(0, kMiB)->Number(), 1u);
+}
+
 TEST_F(VolumeDeviceTest, OpensByEachOfItsNamesButNotWithABackslash)
 {
     machine.AddDisk(64 * kMiB).Gpt({.partitions = {{kMiB, kMiB}}});
