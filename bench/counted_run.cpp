@@ -1,16 +1,15 @@
-// Makes the same few calls of the library, linked to this program, on the same small disk every time. Run under callgrind
-// it leaves one file of counts for each call, named after it; `bench/instructions` adds them up.
+// Makes the same few calls of the library, linked to this program, on the same small disks every time. Run under
+// callgrind it leaves one file of counts for each call, named after it; `bench/instructions` adds them up.
 
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <valgrind/callgrind.h>
-
 #include "bitmap_patterns.h"
+#include "counted_call.h"
+#include "growing_calls.h"
 #include "kestrelkit/kestrelkit.h"
 #include "machine/host_drives.h"
 #include "machine/host_tools.h"
@@ -21,26 +20,14 @@
 
 namespace {
 
+using bench::Count;
+
 constexpr uint64_t kMiB = 1 << 20;
 constexpr uint64_t kDiskBytes = 136 * kMiB;
 constexpr uint64_t kVolumeStart = kMiB;
 constexpr uint64_t kVolumeBytes = 128 * kMiB;
 constexpr uint64_t kFreeStart = 130 * kMiB;
 constexpr uint64_t kFreeBytes = 4 * kMiB;
-
-/// Counts one call under its name. Throws when it fails.
-template <typename Call>
-void Count(const char* name, Call&& call)
-{
-    CALLGRIND_ZERO_STATS;
-    CALLGRIND_TOGGLE_COLLECT;
-    const KK_STATUS status = call();
-    CALLGRIND_TOGGLE_COLLECT;
-    CALLGRIND_DUMP_STATS_AT(name);
-    if (status != KK_STATUS_SUCCESS) {
-        throw std::runtime_error(std::string(name) + " ended with " + machine::Hex(static_cast<uint32_t>(status)));
-    }
-}
 
 /// Disk 0, with a volume that has runs of clusters in use, as after years, and data in those alone.
 void AddDiskInUse(machine::Machine& nt)
@@ -109,6 +96,7 @@ int main(int argc, char** argv)
     }
     try {
         CountAll(argv[1]);
+        bench::CountGrowingCalls(argv[1]);
     } catch (const std::exception& error) {
         std::cerr << "kk_counted_run: " << error.what() << '\n';
         return 1;
