@@ -23,10 +23,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KestrelkitCoreConfig.cmake
     DESTINATION ${config_folder})
 
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION .)
-# What concerns those who call the library, in the folder to which the documents' links lead.
-set(documents front-end-guide.md limits.md testing.md)
-list(TRANSFORM documents PREPEND ${PROJECT_SOURCE_DIR}/docs/)
-install(FILES ${documents} DESTINATION docs)
+# All documents, as the guide's links lead to the others.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION docs)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/kkctl/README.md DESTINATION docs RENAME kkctl.md)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION examples PATTERN __pycache__ EXCLUDE)
 
