@@ -2,7 +2,7 @@
 """Compiles the examples in C and C++ and the wrapper with every compiler at hand, and runs the programs under Wine.
 
 usage: windows_examples_test.py KKCTL_EXE
-The DLL and its import library must lie beside the program. Exits with 77 where there is no Wine.
+The DLL and its import library must lie beside the program. Fails where there is no Wine.
 """
 
 import os

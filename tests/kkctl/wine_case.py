@@ -7,7 +7,6 @@ import sys
 import tempfile
 import unittest
 
-SKIPPED = 77
 PREFIX_SECONDS = 300  # the first start makes the prefix
 RUN_SECONDS = 60
 
@@ -19,8 +18,8 @@ def wine_command():
     wine = shutil.which("wine64") or shutil.which("wine64", path="/usr/lib/wine") or shutil.which("wine")
     if not wine:
         return []
-    # Where the system places memory at random, about one start in ten thousand ends at once with status 1 and without a
-    # word: the place of the page that all processes of Windows share is taken.
+    # Where the system places memory at random, a start in many thousands ends at once with status 1 and without a word:
+    # the place of the page that all processes of Windows share is taken.
     fixed = ["setarch", "--addr-no-randomize"]
     allowed = subprocess.run([*fixed, "true"], stderr=subprocess.DEVNULL, check=False).returncode == 0
     return [*fixed, wine] if allowed else [wine]
@@ -70,7 +69,6 @@ class WineCase(unittest.TestCase):
 def main():
     """The first argument of a test program: KKCTL_EXE. The library must lie beside it."""
     if not WINE:
-        print("Wine is not installed")
-        sys.exit(SKIPPED)
+        sys.exit("Wine is not installed")
     program[:] = [os.path.abspath(sys.argv[1])]
     unittest.main(argv=sys.argv[:1], verbosity=2)

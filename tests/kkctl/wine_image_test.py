@@ -2,8 +2,8 @@
 """Runs the commands on images of kkctl.exe under Wine, whose loader and file layer this project did not write.
 
 Usage: wine_image_test.py KKCTL_EXE KKCTL
-The library must lie beside KKCTL_EXE; KKCTL is the program for the simulated machine, which makes backups. Exits with
-77 where there is no Wine. Wine ends a process that attaches an image or creates an overlay, so neither is tried.
+The library must lie beside KKCTL_EXE; KKCTL is the program for the simulated machine, which makes backups. Fails
+where there is no Wine. Wine ends a process that attaches an image or creates an overlay, so neither is tried.
 """
 
 import json

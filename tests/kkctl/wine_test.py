@@ -2,7 +2,7 @@
 """Runs kkctl.exe under Wine, a loader and system library that this project did not write.
 
 Usage: wine_test.py KKCTL_EXE
-The library must lie beside the program. Exits with 77 where there is no Wine.
+The library must lie beside the program. Fails where there is no Wine.
 """
 
 import json
